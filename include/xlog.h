@@ -1,0 +1,364 @@
+/*
+ * The event log: recording, reading back, and the steps that the log manager's own functions share. The calling
+ * convention stands in plov_api.h, the file's layout in xlog_format.h.
+ *
+ * Log file names (`target_session`): "" or "log" in any case is the main log "wexolog.log"; a short name of at most 4
+ * characters is the file "wexo" + name + ".log"; a name that begins with "!" is used as it stands behind the "!" (found
+ * through the path table when it holds no "/").
+ *
+ * Locks. Every log operation of every process runs alone, under one machine-wide lock that its holder may take again.
+ * The lock is free the moment its holder dies.
+ */
+#ifndef XLOG_H
+#define XLOG_H
+
+#include <stdio.h>
+
+#include "xlog_format.h"
+
+PLOV_BEGIN_DECLS
+
+/* The error record of a log operation. */
+
+#define XLOG_LEVEL_NONE 0u    /* no failure recorded */
+#define XLOG_LEVEL_REPORT 1u  /* report only */
+#define XLOG_LEVEL_DAMAGED 2u /* the file is damaged: to be saved and begun anew (not yet: report only) */
+#define XLOG_LEVEL_RECORD 4u  /* an error log is to be recorded (not yet: report only) */
+
+/* Zeroed and given `target_session` by whoever begins an operation; carries the open file and the first failure. */
+typedef struct xlog_err_interface {
+  uint16_t error_id;     /* reason code, 0 none */
+  uint32_t error_reason; /* detail: an errno, a byte count, a length */
+  uint16_t error_level;  /* XLOG_LEVEL_* */
+  FILE* file_handle;     /* the open log file; NULL when closed. The only place where a stream is current. */
+  char target_session[2048];
+} xlog_err_interface;
+
+/* Recording. */
+
+/* Request flags. */
+#define XLOG_HARDWARE_BLOCK_FLAG 0x0010u   /* traced only */
+#define XLOG_PROBLEM_ANALYSIS_FLAG 0x0100u /* to be reported to problem analysis (not yet: traced only) */
+#define XLOG_STANDARD_LOG_FLAG 0x0200u     /* adds the standard block: the recording process */
+#define XLOG_MODIFY_BLOCK_FLAG 0x0400u     /* adds a zeroed block of id 0 for later in-place updates */
+#define XLOG_DISPLAY_AS_ERROR_FLAG 0x0800u
+
+/* One block of the caller's. The chain is the caller's and is not changed. A node of size 0 has no data to check. */
+typedef struct xlog_data_node {
+  uint32_t data_size; /* bytes; cut to XLOG_MAX_BLOCK_SIZE when stored */
+  uint8_t block_id;
+  const void* data_ptr;
+  struct xlog_data_node* next;
+} xlog_data_node;
+
+typedef struct PLOV_PACKED xlog_log_request {
+  uint16_t flags;
+  xlog_eventid eventid;     /* class 0xAA comes back as 0xE5, class 0x0A as 0xE4 */
+  xlog_timestamp timestamp; /* out: the stamp that the log was given */
+  char event_name[XLOG_NAME_SIZE];
+  char target_session[2049]; /* target log file, see above */
+  xlog_data_node* data;      /* first block, or NULL */
+} xlog_log_request;
+
+/* `comprc` values of xlog_record. */
+#define XLOG_RECORD_BAD_REQUEST 0x1101u
+#define XLOG_RECORD_BAD_NODE 0x1102u
+#define XLOG_RECORD_BAD_DATA 0x1103u
+#define XLOG_RECORD_HEADER_ERROR 0x1400u /* writing the log header: stream error; + 1: written short */
+#define XLOG_RECORD_HEADER_SHORT 0x1401u
+#define XLOG_RECORD_BLOCK_ERROR 0x1402u
+#define XLOG_RECORD_BLOCK_SHORT 0x1403u
+#define XLOG_RECORD_OWN_BLOCK_ERROR 0x1404u /* UTC offset block or standard block */
+#define XLOG_RECORD_OWN_BLOCK_SHORT 0x1405u
+#define XLOG_RECORD_MODIFY_ERROR 0x1406u
+#define XLOG_RECORD_MODIFY_SHORT 0x1407u
+#define XLOG_RECORD_FILE_HEADER_ERROR 0x1408u
+#define XLOG_RECORD_FILE_HEADER_SHORT 0x1409u
+#define XLOG_RECORD_READ_ERROR 0x1500u /* reading the file header */
+#define XLOG_RECORD_READ_SHORT 0x1501u
+#define XLOG_RECORD_NO_MODIFY_MEMORY 0x1700u
+#define XLOG_RECORD_NO_INPUT_MEMORY 0x1701u
+#define XLOG_RECORD_NO_OUTPUT_MEMORY 0x2708u
+#define XLOG_RECORD_TOO_MANY_BLOCKS 0x1800u
+#define XLOG_RECORD_TOO_LARGE 0x1801u /* larger than the file's largest single log */
+#define XLOG_RECORD_NO_ROOM 0x1802u   /* the file has reached its size */
+
+/* `error_id` values of the recorder beside those; `comprc` is the encoder's. */
+#define XLOG_RECORD_ENCODE_FAILED 0x1901u
+#define XLOG_RECORD_STANDARD_ENCODE_FAILED 0x1902u
+
+/*
+ * Writes one event into a log file, creating the file when needed. When the call has returned 0 the event is in the
+ * file, whatever happens to the process; before that it is there whole or not at all. Takes at least 10 ms: that keeps
+ * two events of one process a hundredth of a second apart.
+ */
+PLOV_API int32_t xlog_record(xlog_log_request* request, uint32_t* comprc);
+
+/* Fills the standard block of this process and the time stamp of a log being recorded; sleeps 10 ms. Probes nothing. */
+PLOV_API void xlog_get_standard(xlog_standard_block* block, xlog_timestamp* timestamp);
+
+/* Reading back. */
+
+/* Retrieve options. Without TYPE_ONLY, ANY_EVENTID and ALL_CLASSES all four event-id bytes must be equal. */
+#define XLOG_OPT_TYPE_ONLY 0x0001u   /* the type byte alone must be equal */
+#define XLOG_OPT_ANY_EVENTID 0x0002u /* any event of the requested class */
+#define XLOG_OPT_ALL_CLASSES 0x0008u /* any event of the file */
+#define XLOG_OPT_EXACT_TIME 0x0040u  /* the stamp must equal the start time; the walk never stops early on time */
+
+/* What a block must hold: (data[i] & mask[i]) == (block[i] & mask[i]) for every i below length. */
+typedef struct xlog_pattern {
+  uint32_t length;
+  uint8_t block_id;
+  const uint8_t* data;
+  const uint8_t* mask;
+  struct xlog_pattern* next;
+} xlog_pattern;
+
+/* Allocated by the library; released by xlog_free or xlog_free_mem. */
+typedef struct xlog_block_entry {
+  uint32_t length; /* after expansion, at most XLOG_MAX_BLOCK_SIZE */
+  uint8_t block_id;
+  uint8_t* data; /* NULL when length is 0 */
+  struct xlog_block_entry* next;
+} xlog_block_entry;
+
+/* Packed up to its flags. Allocated by the library with XLOG_ENTRY_ALLOCATION bytes; released by xlog_free. */
+#define XLOG_ENTRY_ALLOCATION 96u
+typedef struct xlog_log_entry {
+  xlog_eventid eventid;
+  xlog_timestamp timestamp; /* hundredths below 100 */
+  char event_name[XLOG_NAME_SIZE];
+  uint16_t flags PLOV_PACKED; /* XLOG_LOG_PROBLEM_ANALYSIS, XLOG_LOG_DISPLAY_AS_ERROR */
+  uint8_t unused;
+  xlog_block_entry* blocks;    /* in the log's order; reversed by a block-id list */
+  struct xlog_log_entry* next; /* the next older log */
+} xlog_log_entry;
+
+typedef struct PLOV_PACKED xlog_retrieve_block {
+  uint16_t options; /* XLOG_OPT_* */
+  xlog_eventid eventid;
+  xlog_timestamp start; /* seconds 0: none */
+  xlog_timestamp end;   /* seconds 0: none */
+  char target_session[2048];
+  xlog_log_entry* result; /* out: newest first */
+  xlog_pattern* patterns; /* every one must be satisfied by some block of the log */
+  uint32_t maximum;       /* stop after this many logs; 0: no limit */
+  uint32_t count;         /* out */
+  uint32_t id_count;      /* bytes in id_list; 0: keep all blocks */
+  const uint8_t* id_list; /* ids of the blocks to keep */
+} xlog_retrieve_block;
+
+/* `comprc` values of xlog_retrieve and xlog_free. */
+#define XLOG_RETRIEVE_BAD_BLOCK 0x2101u
+#define XLOG_RETRIEVE_BAD_PATTERN 0x2102u
+#define XLOG_RETRIEVE_BAD_PATTERN_DATA 0x2103u
+#define XLOG_RETRIEVE_BAD_PATTERN_MASK 0x2104u
+#define XLOG_RETRIEVE_BAD_ID_LIST 0x2105u
+#define XLOG_RETRIEVE_NO_START 0x2201u /* the walk's start is not in the file: also a class without logs */
+#define XLOG_RETRIEVE_BAD_LINK 0x2202u
+#define XLOG_RETRIEVE_BAD_CLASS_LINK 0x2203u
+#define XLOG_RETRIEVE_FILE_HEADER_ERROR 0x2500u
+#define XLOG_RETRIEVE_FILE_HEADER_SHORT 0x2501u
+#define XLOG_RETRIEVE_HEADER_ERROR 0x2502u
+#define XLOG_RETRIEVE_HEADER_SHORT 0x2503u
+#define XLOG_RETRIEVE_BLOCK_ERROR 0x2504u
+#define XLOG_RETRIEVE_BLOCK_SHORT 0x2505u
+#define XLOG_RETRIEVE_NO_ENTRY_MEMORY 0x2703u
+#define XLOG_RETRIEVE_NO_BLOCK_MEMORY 0x2704u
+#define XLOG_RETRIEVE_NO_EXPANDED_MEMORY 0x2705u
+#define XLOG_RETRIEVE_NO_BUFFER 0x2708u
+#define XLOG_RETRIEVE_NO_RAW_MEMORY 0x270Cu
+#define XLOG_RETRIEVE_CORRUPT 0x2800u
+#define XLOG_RETRIEVE_NO_LOCK 0x2950u
+#define XLOG_FREE_BAD_BLOCK 0x3101u
+#define XLOG_FREE_BAD_ENTRY 0x3102u
+#define XLOG_FREE_BAD_BLOCK_ENTRY 0x3103u
+
+/* Reads the matching logs, newest first. On failure the chain is empty and the count 0. Finding nothing is success. */
+PLOV_API int32_t xlog_retrieve(xlog_retrieve_block* block, uint32_t* comprc);
+
+/* Releases the result chain and sets it to NULL. A record that fails its probe ends the walk; what is left stays in
+ * place. */
+PLOV_API int32_t xlog_free(xlog_retrieve_block* block, uint32_t* comprc);
+
+/* Releases a chain of blocks. Checks nothing. */
+PLOV_API void xlog_free_mem(xlog_block_entry* blocks);
+
+/* The three tests of a walk; 1 or 0. They probe nothing. xlog_match_time carries hundredths above 99 into the seconds
+ * in place. */
+PLOV_API int32_t xlog_match_eventid(uint16_t options, const xlog_eventid* requested, const xlog_eventid* log);
+PLOV_API int32_t xlog_match_time(uint16_t options, const xlog_timestamp* start, const xlog_timestamp* end,
+                                 xlog_timestamp* log);
+PLOV_API int32_t xlog_match_pattern(const xlog_pattern* patterns, const xlog_block_entry* blocks);
+
+/* The block codec. */
+
+/* Input, and output with its capacity; the output length comes back as the bytes produced. */
+typedef struct xlog_mem_block {
+  const void* input;
+  uint32_t input_length;
+  void* output;
+  uint32_t output_length;
+} xlog_mem_block;
+
+/* `comprc` values of the codec. */
+#define XLOG_ENCODE_BAD_ARGUMENT 0x9000u
+#define XLOG_ENCODE_NO_CODES 0x9001u /* no memory for the code buffer: output length 0 */
+#define XLOG_ENCODE_NO_TABLE 0x9002u /* to 0x9006: no memory for search structure 1 to 5: output length 12 */
+#define XLOG_ENCODE_CUT 0x9011u      /* to 0x9014: codes cut at the capacity, in the main loop, at end code 1 to 3 */
+#define XLOG_DECODE_BAD_ARGUMENT 0x9000u
+#define XLOG_DECODE_NO_CODES 0x9007u
+#define XLOG_DECODE_NO_STAGING 0x9008u
+#define XLOG_DECODE_NO_DICTIONARY 0x9009u
+#define XLOG_DECODE_CUT 0x9015u /* the output is cut, or a code of the block is not live */
+
+/* Encodes one block: result 0 always (1: bad `comprc`); `comprc` says whether it went well. */
+PLOV_API int32_t xlog_mem_encode(xlog_mem_block* block, uint32_t* comprc);
+
+/* Expands one encoded or plainly stored block. A stored block (first byte 0xFF) is copied whatever the capacity. */
+PLOV_API int32_t xlog_mem_decode(xlog_mem_block* block, uint32_t* comprc);
+
+/* Steps of a log operation, called by the log manager's own functions only: they probe nothing. */
+
+/* Configuration, from "wexoinit.trm". Sizes count in XLOG_SIZE_UNIT. */
+typedef struct xlog_type_record {
+  uint16_t type;
+  uint16_t first;  /* keep count */
+  uint16_t second; /* deletion priority 0 to 3 */
+  struct xlog_type_record* next;
+} xlog_type_record;
+
+typedef struct xlog_class_record {
+  uint16_t classes;
+  uint16_t first;
+  uint16_t second;
+  xlog_type_record* types; /* newest line first */
+  struct xlog_class_record* next;
+} xlog_class_record;
+
+typedef struct xlog_configuration {
+  uint16_t short_name_file_size; /* files with a short name */
+  uint16_t main_file_size;
+  uint16_t e4_file_size;
+  uint16_t max_single_log_size;
+  uint16_t modify_block_size; /* bytes */
+  uint16_t default_keep_count;
+  uint16_t compressed_copies;
+  xlog_class_record* class_list; /* the caller's, each record freed with plovmemdebug_free; NULL unless asked for */
+} xlog_configuration;
+
+/* Kinds of log file: they choose the size of a new one. */
+#define XLOG_KIND_MAIN 0
+#define XLOG_KIND_SHORT_NAME 1
+#define XLOG_KIND_E4 2
+#define XLOG_KIND_ALT 3
+#define XLOG_ALT_FILE_SIZE 5000u
+
+/* The `error_id` values of these steps. */
+#define XLOG_ERR_NO_LOCK 0x1104u
+#define XLOG_ERR_NAME_TOO_LONG 0x4810u
+#define XLOG_ERR_OPEN 0x4300u
+#define XLOG_ERR_READ_FILE_HEADER 0x4500u
+#define XLOG_ERR_WRITE_FILE_HEADER 0x4400u
+#define XLOG_ERR_SEEK_LOG_INFO 0x4402u
+#define XLOG_ERR_WRITE_LOG_INFO_HEADER 0x4403u
+#define XLOG_ERR_WRITE_LOG_INFO_DATA 0x4405u
+#define XLOG_ERR_CLOSE 0x4600u
+#define XLOG_ERR_CONFIG_SIZE 0x4302u
+#define XLOG_ERR_CONFIG_OPEN 0x4303u
+#define XLOG_ERR_CONFIG_READ 0x4502u
+#define XLOG_ERR_CONFIG_SHORT 0x4503u
+#define XLOG_ERR_CONFIG_CLOSE 0x4601u
+#define XLOG_ERR_CONFIG_MEMORY 0x4701u
+#define XLOG_ERR_CONFIG_CLASS_MEMORY 0x4702u
+#define XLOG_ERR_CONFIG_TYPE_MEMORY 0x4703u
+
+/* Key of the machine-wide log lock. */
+#define XLOG_SEMAPHORE_KEY 0x96728008u
+#define XLOG_SEM_LOCK 1
+#define XLOG_SEM_UNLOCK 2
+
+/* Takes (1) or gives back (2) the log lock; any other operation does nothing. Result 0, or 2 with the semaphore's code.
+ */
+PLOV_API int32_t xlog_access_sem(int32_t operation, uint32_t* comprc);
+
+/* Installs (1) or removes (2) the log's SIGSEGV guard, which frees the lock when its thread dies holding it. 0 always.
+ */
+PLOV_API int32_t xlog_sig_handler(int32_t flag);
+
+/* 1 while the guard is installed. */
+extern PLOV_API uint32_t xlog_sig_flag;
+
+/* Error handlers running in this process. */
+extern PLOV_API uint32_t xlog_error_pending;
+
+/* System information field 5. 0 until it is read. */
+extern PLOV_API uint16_t xlog_qrlse;
+
+/* Reads "wexoinit.trm", with the class list when `want_classes` is non-zero. 0 success. */
+PLOV_API int32_t xlog_process_init(xlog_err_interface* err_interface, int32_t want_classes,
+                                   xlog_configuration* configuration);
+
+/* Byte value of two upper-case hexadecimal digits; any other character counts its code less 55. */
+PLOV_API uint8_t xlog_atoh(const char* digits);
+
+/* Opens the file that `target_session` names, creating and initialising it when it does not exist. 0, 2, 8, or the
+ * handler's result. */
+PLOV_API int32_t xlog_open_file(xlog_err_interface* err_interface);
+
+/* Writes the file header and the Log Info Log of a new file that is open at its start. */
+PLOV_API int32_t xlog_init_file(xlog_err_interface* err_interface, int32_t kind);
+
+/* Closes the stream; `file_handle` is NULL afterwards. */
+PLOV_API int32_t xlog_close_file(xlog_err_interface* err_interface);
+
+/* Where every failed log operation ends. Result normally 8. */
+PLOV_API int32_t xlog_error_handler(xlog_err_interface* err_interface);
+
+/* Sizes on the console's ABI. */
+
+PLOV_AT(xlog_log_request, eventid, 2);
+PLOV_AT(xlog_log_request, timestamp, 6);
+PLOV_AT(xlog_log_request, event_name, 11);
+PLOV_AT(xlog_log_request, target_session, 23);
+PLOV_AT(xlog_log_request, data, 2072);
+PLOV_AT(xlog_log_entry, timestamp, 4);
+PLOV_AT(xlog_log_entry, event_name, 9);
+PLOV_AT(xlog_log_entry, flags, 21);
+PLOV_AT(xlog_log_entry, blocks, 24);
+PLOV_AT(xlog_retrieve_block, eventid, 2);
+PLOV_AT(xlog_retrieve_block, start, 6);
+PLOV_AT(xlog_retrieve_block, end, 11);
+PLOV_AT(xlog_retrieve_block, target_session, 16);
+PLOV_AT(xlog_retrieve_block, result, 2064);
+#if PLOV_ILP32
+PLOV_SIZE(xlog_err_interface, 2064);
+PLOV_AT(xlog_err_interface, error_reason, 4);
+PLOV_AT(xlog_err_interface, error_level, 8);
+PLOV_AT(xlog_err_interface, file_handle, 12);
+PLOV_AT(xlog_err_interface, target_session, 16);
+PLOV_SIZE(xlog_data_node, 16);
+PLOV_AT(xlog_data_node, block_id, 4);
+PLOV_AT(xlog_data_node, data_ptr, 8);
+PLOV_AT(xlog_data_node, next, 12);
+PLOV_SIZE(xlog_log_request, 2076);
+PLOV_SIZE(xlog_pattern, 20);
+PLOV_AT(xlog_pattern, mask, 12);
+PLOV_SIZE(xlog_block_entry, 16);
+PLOV_AT(xlog_log_entry, next, 28);
+PLOV_SIZE(xlog_retrieve_block, 2088);
+PLOV_AT(xlog_retrieve_block, maximum, 2072);
+PLOV_AT(xlog_retrieve_block, count, 2076);
+PLOV_AT(xlog_retrieve_block, id_count, 2080);
+PLOV_AT(xlog_retrieve_block, id_list, 2084);
+PLOV_SIZE(xlog_mem_block, 16);
+PLOV_SIZE(xlog_configuration, 20);
+PLOV_AT(xlog_configuration, class_list, 16);
+PLOV_SIZE(xlog_class_record, 16);
+PLOV_AT(xlog_class_record, types, 8);
+PLOV_SIZE(xlog_type_record, 12);
+#endif
+
+PLOV_END_DECLS
+
+#endif

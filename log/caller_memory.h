@@ -1,0 +1,19 @@
+// Copies between the library and a caller's memory that survive what a probe cannot see: a probe tests only the end of
+// a range, and a page may go away after it. A hole makes them return false.
+#ifndef PLOV_LOG_CALLER_MEMORY_H
+#define PLOV_LOG_CALLER_MEMORY_H
+
+#include <stddef.h>
+
+namespace plov::log {
+
+// Probes that the caller's memory is writable and copies it under the same probe.
+bool take_from_caller(void* to, const void* from, size_t size);
+
+// For memory that was probed before.
+bool copy_from_caller(void* to, const void* from, size_t size);
+bool copy_to_caller(void* to, const void* from, size_t size);
+
+}  // namespace plov::log
+
+#endif

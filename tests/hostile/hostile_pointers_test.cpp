@@ -1,0 +1,332 @@
+// Every pointer argument of every exported function with every kind of bad pointer: the stated code, nothing else
+// written, signal action and mask as before, the log lock free, the process alive. One table; it is compared with the
+// library's export list.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/files.h"
+#include "support/log_calls.h"
+#include "support/pages.h"
+#include "support/signals.h"
+#include "support/worker.h"
+#include "xdfc.h"
+#include "xlog.h"
+#include "xpce.h"
+
+using namespace test;
+
+namespace {
+
+enum class Use { input, output, string };
+using enum Use;
+
+// A pointer that fits every parameter.
+struct Any {
+  void* address;
+  template <class T>
+  operator T*() const {
+    return static_cast<T*>(address);
+  }
+};
+
+// One pointer argument: what it must be good for, what is said when it is not, and a call that is good but for it.
+struct Argument {
+  const char* function;
+  const char* name;
+  Use use;
+  size_t size;
+  uint32_t comprc;
+  std::function<int(Any, uint32_t*)> call;
+};
+
+// Good values for the arguments beside the bad one.
+struct Good {
+  ~Good() { fclose(stream); }
+  FILE* stream = tmpfile();
+  char buffer[4096] = "";
+  uint32_t word = 0, word2 = 0;
+  int32_t number = 0;
+  alignas(FILE) char room[sizeof(FILE)] = "";
+  FILE** handle = reinterpret_cast<FILE**>(room);
+  xdfc_file_date date = {};
+};
+
+int record_with(xlog_data_node* node, uint32_t* rc) {
+  if (!node) return *rc = 0x1102, 2;  // no node is no fault
+  xlog_log_request request = {};
+  request.eventid.classes = 9;
+  request.data = node;
+  return xlog_record(&request, rc);
+}
+
+int retrieve_with(xlog_pattern* pattern, const uint8_t* id_list, uint32_t* rc) {
+  auto block = std::make_unique<xlog_retrieve_block>();
+  *block = {};
+  block->options = XLOG_OPT_ALL_CLASSES;
+  block->patterns = pattern;
+  block->id_list = id_list;
+  block->id_count = 64;
+  const int sysrc = xlog_retrieve(block.get(), rc);
+  EXPECT_EQ(block->count, 0u);
+  return sysrc;
+}
+
+int free_with(xlog_log_entry* entry, uint32_t* rc) {
+  if (!entry) return *rc = 0x3102, 2;
+  auto block = std::make_unique<xlog_retrieve_block>();
+  *block = {};
+  block->result = entry;
+  const int sysrc = xlog_free(block.get(), rc);
+  EXPECT_EQ(block->result, entry) << "what was not freed stays in place";
+  return sysrc;
+}
+
+// A call in a way of its own, and the plain one; `p` is the bad pointer.
+#define BAD_IN(function, name, use, size, comprc, expression) \
+  Argument(#function, name, use, size, comprc, [&](Any p, uint32_t* rc) -> int { return expression; })
+#define BAD(function, name, use, size, comprc, ...) \
+  BAD_IN(function, name, use, size, comprc, (function(__VA_ARGS__, rc)))
+
+std::vector<Argument> arguments(Good& g) {
+  static uint8_t bytes[64], encoded[64] = {5, 1, 4, 0};
+  static xlog_data_node node;
+  static xlog_pattern pattern;
+  static xlog_mem_block block;
+  const auto file = sizeof(FILE);
+  return {
+      BAD(xpce_ckptr, "address", output, 64, 6, p, 64),
+      BAD(xpce_ckptr_rd, "address", input, 64, 6, p, 64),
+      BAD(xpce_internal_ckptr, "address", output, 64, 6, p, 64, 1),
+      BAD(xpce_ckstr, "string", string, 0, 2, p, &g.word),
+      BAD(xpce_ckstr, "length", output, 4, 2, "a name", static_cast<uint32_t*>(p)),
+      BAD(xdfc_query_file_location, "name", string, 0, 1024, p, g.buffer),
+      BAD(xdfc_query_file_location, "path", output, 512, 1026, "wexolog.log", p),
+      BAD(xdfc_search_file_open, "name", string, 0, 1024, p, 0, 1, 1, 0, g.handle, &g.word),
+      BAD(xdfc_search_file_open, "handle", output, file, 1026, "x.log", 0, 1, 1, 0, p, &g.word),
+      BAD(xdfc_search_file_open, "action", output, 4, 1029, "x.log", 0, 1, 1, 0, g.handle, p),
+      BAD(xdfc_search_file_open2, "name", string, 0, 1024, p, "r", g.handle),
+      BAD(xdfc_search_file_open2, "mode", string, 0, 1026, "x.log", p, g.handle),
+      BAD(xdfc_search_file_open2, "handle", output, 4, 1029, "x.log", "r", p),
+      BAD(xdfc_read, "buf", output, 64, 1024, p, 64, 1, g.stream, &g.number),
+      BAD(xdfc_read, "handle", output, file, 1026, g.buffer, 64, 1, p, &g.number),
+      BAD(xdfc_read, "done", output, 4, 1029, g.buffer, 64, 1, g.stream, p),
+      BAD(xdfc_write, "buf", input, 64, 1024, p, 64, 1, g.stream, &g.number),
+      BAD(xdfc_write, "handle", output, file, 1026, g.buffer, 64, 1, p, &g.number),
+      BAD(xdfc_write, "done", output, 4, 1029, g.buffer, 64, 1, g.stream, p),
+      BAD(xdfc_random_read, "handle", output, file, 1024, p, g.buffer, 64, 0, 0, &g.word, &g.word2),
+      BAD(xdfc_random_read, "buf", output, 64, 1026, g.stream, p, 64, 0, 0, &g.word, &g.word2),
+      BAD(xdfc_random_read, "done", output, 4, 1029, g.stream, g.buffer, 64, 0, 0, p, &g.word2),
+      BAD(xdfc_random_read, "newpos", output, 4, 1030, g.stream, g.buffer, 64, 0, 0, &g.word, p),
+      BAD(xdfc_random_write, "handle", output, file, 1024, p, g.buffer, 64, 0, 0, &g.word, &g.word2),
+      BAD(xdfc_random_write, "buf", input, 64, 1026, g.stream, p, 64, 0, 0, &g.word, &g.word2),
+      BAD(xdfc_random_write, "done", output, 4, 1029, g.stream, g.buffer, 64, 0, 0, p, &g.word2),
+      BAD(xdfc_random_write, "newpos", output, 4, 1030, g.stream, g.buffer, 64, 0, 0, &g.word, p),
+      BAD(xdfc_close_file, "handle", output, file, 1024, p),
+      BAD(xdfc_delete_file, "name", string, 0, 1024, p),
+      BAD(xdfc_file_copy, "source", string, 0, 1024, p, "y.log", 0),
+      BAD(xdfc_file_copy, "target", string, 0, 1026, "x.log", p, 0),
+      BAD(xdfc_query_file_size, "name", string, 0, 1024, p, &g.word),
+      BAD(xdfc_query_file_size, "size", output, 4, 1026, "x.log", p),
+      BAD(xdfc_query_file_date, "name", string, 0, 1024, p, &g.date),
+      BAD(xdfc_query_file_date, "date", output, 8, 1026, "x.log", p),
+      BAD(xdfc_disk_space, "path", string, 0, 1024, p, &g.word),
+      BAD(xdfc_disk_space, "bytes_free", output, 4, 1026, "/", p),
+      BAD(xdfc_disk_space2, "path", string, 0, 1024, p, &g.number),
+      BAD(xdfc_disk_space2, "kb_free", output, 4, 1026, "/", p),
+
+      BAD(xlog_record, "request", output, sizeof(xlog_log_request), 0x1101, p),
+      BAD_IN(xlog_record, "node", output, sizeof node, 0x1102, record_with(p, rc)),
+      BAD_IN(xlog_record, "second node", output, sizeof node, 0x1102,
+             !p.address ? record_with(p, rc) : (node = {4, 1, "data", p}, record_with(&node, rc))),
+      BAD_IN(xlog_record, "data", input, 64, 0x1103, (node = {64, 1, p.address, nullptr}, record_with(&node, rc))),
+      BAD(xlog_retrieve, "block", output, sizeof(xlog_retrieve_block), 0x2101, p),
+      BAD_IN(xlog_retrieve, "pattern", output, sizeof pattern, 0x2102,
+             p.address ? retrieve_with(p, bytes, rc) : (*rc = 0x2102, 2)),
+      BAD_IN(xlog_retrieve, "pattern data", input, 64, 0x2103,
+             (pattern = {64, 1, p, bytes, nullptr}, retrieve_with(&pattern, bytes, rc))),
+      BAD_IN(xlog_retrieve, "pattern mask", input, 8, 0x2104,
+             (pattern = {8, 1, bytes, p, nullptr}, retrieve_with(&pattern, bytes, rc))),
+      BAD_IN(xlog_retrieve, "id list", input, 64, 0x2105, retrieve_with(nullptr, p, rc)),
+      BAD(xlog_free, "block", output, sizeof(xlog_retrieve_block), 0x3101, p),
+      BAD_IN(xlog_free, "entry", output, XLOG_ENTRY_ALLOCATION, 0x3102, free_with(p, rc)),
+
+      BAD(xlog_mem_encode, "block", output, sizeof block, 0x9000, p),
+      BAD_IN(xlog_mem_encode, "input", input, 64, 0x9000,
+             (block = {p.address, 64, g.buffer, 1024}, xlog_mem_encode(&block, rc))),
+      BAD_IN(xlog_mem_encode, "output", output, 64, 0x9000, (block = {bytes, 8, p, 64}, xlog_mem_encode(&block, rc))),
+      BAD(xlog_mem_decode, "block", output, sizeof block, 0x9000, p),
+      BAD_IN(xlog_mem_decode, "input", input, 64, 0x9000,
+             (block = {p.address, 64, g.buffer, 1024}, xlog_mem_decode(&block, rc))),
+      BAD_IN(xlog_mem_decode, "output", output, 64, 0x9000,
+             (block = {encoded, 64, p, 64}, xlog_mem_decode(&block, rc))),
+  };
+}
+
+// Called by the log manager's own functions and by callers who promise good memory: they probe nothing, and say so.
+const std::set<std::string> kUnprobed = {
+    "xdfc_fixpathcase", "xlog_access_sem",   "xlog_atoh",         "xlog_close_file",    "xlog_error_handler",
+    "xlog_free_mem",    "xlog_get_standard", "xlog_init_file",    "xlog_match_eventid", "xlog_match_pattern",
+    "xlog_match_time",  "xlog_open_file",    "xlog_process_init", "xlog_sig_handler"};
+const std::set<std::string> kData = {"err_info",           "err_list",   "xdfc_file_req",
+                                     "xlog_error_pending", "xlog_qrlse", "xlog_sig_flag"};
+
+struct BadPointer {
+  const char* name;
+  void* pointer;
+};
+
+// Never a process's own: the kernel's half, or on 32 bits the last page (the stack may end close below). Low addresses
+// cannot be mapped.
+constexpr uintptr_t kKernel = sizeof(void*) == 8 ? static_cast<uintptr_t>(0xFFFF800000001000) : 0xFFFFF800;
+
+// Memory that is bad for a use, and what must stay as it is around it.
+class BadMemory {
+ public:
+  BadMemory() : writable_(2, PROT_READ | PROT_WRITE), read_only_(1, PROT_READ | PROT_WRITE), closed_(1, PROT_NONE) {
+    memset(writable_.begin(), 'n', 2 * kPage);
+    read_only_.protect(0, PROT_READ);
+  }
+
+  std::vector<BadPointer> of(Use use, size_t size) const {
+    const size_t crossing = use == Use::string ? 5 : size <= 4 ? 2 : size - 4;
+    std::vector<BadPointer> bad = {{"null", nullptr},
+                                   {"1", reinterpret_cast<void*>(1)},
+                                   {"odd small", reinterpret_cast<void*>(0x1001)},
+                                   {"-1", reinterpret_cast<void*>(~uintptr_t{0})},
+                                   {"top page", reinterpret_cast<void*>(~uintptr_t{0} - kPage + 1)},
+                                   {"kernel", reinterpret_cast<void*>(kKernel)},
+                                   {"no access", closed_.begin() + 8},
+                                   {"hole", writable_.end()},
+                                   {"hole, odd", writable_.end() + 17},
+                                   {"unmapped", reinterpret_cast<void*>(0x8000)},
+                                   {"unmapped, middle", reinterpret_cast<void*>(0xF800)},
+                                   {"crosses into a hole", writable_.end() - crossing}};
+    if (use == Use::output) {
+      bad.push_back({"read-only", read_only_.begin()});
+      bad.push_back({"read-only, odd", read_only_.begin() + 33});
+      bad.push_back({"code", reinterpret_cast<void*>(&xpce_ckptr)});
+      bad.push_back({"constant", const_cast<xpce_message*>(err_list)});
+    }
+    return bad;
+  }
+
+  bool untouched() const {
+    for (const uint8_t* byte = writable_.begin(); byte != writable_.end(); ++byte)
+      if (*byte != 'n') return false;
+    return true;
+  }
+
+ private:
+  Pages writable_, read_only_, closed_;
+};
+
+bool lock_is_free() {
+  bool free = false;
+  std::thread([&] {
+    uint32_t code;
+    free = xlog_access_sem(XLOG_SEM_LOCK, &code) == 0 && xlog_access_sem(XLOG_SEM_UNLOCK, &code) == 0;
+  }).join();
+  return free;
+}
+
+void try_everything() {
+  Good good;
+  const BadMemory memory;
+  const SignalState before;
+  int tried = 0;
+  for (const Argument& argument : arguments(good)) {
+    for (const BadPointer& bad : memory.of(argument.use, argument.size)) {
+      SCOPED_TRACE(std::string(argument.function) + ", " + argument.name + ": " + bad.name);
+      uint32_t comprc[3] = {0xAAAAAAAA, 0xBBBBBBBB, 0xCCCCCCCC};
+      const bool encodes = std::string(argument.function) == "xlog_mem_encode";  // it speaks by its comprc alone
+      EXPECT_EQ(argument.call({bad.pointer}, &comprc[1]), encodes ? 0 : 2);
+      // A probe tells a range that wraps from one that faults.
+      const bool wraps =
+          argument.comprc == 6 && reinterpret_cast<uintptr_t>(bad.pointer) + argument.size < argument.size;
+      EXPECT_EQ(comprc[1], wraps ? 7u : argument.comprc);
+      EXPECT_EQ(comprc[0], 0xAAAAAAAA);
+      EXPECT_EQ(comprc[2], 0xCCCCCCCC);
+      ++tried;
+    }
+    // The same call with the same good arguments but a bad comprc: nothing else is looked at.
+    for (const BadPointer& bad : memory.of(Use::output, sizeof(uint32_t))) {
+      SCOPED_TRACE(std::string(argument.function) + ", comprc: " + bad.name);
+      EXPECT_EQ(argument.call({memory.of(argument.use, argument.size)[6].pointer}, Any{bad.pointer}), 1);
+      ++tried;
+    }
+    EXPECT_TRUE(memory.untouched()) << argument.function;
+    EXPECT_TRUE(SignalState() == before) << argument.function;
+  }
+  EXPECT_TRUE(lock_is_free());
+  printf("%d calls with a bad pointer\n", tried);
+  EXPECT_GT(tried, 1500);
+}
+
+class HostilePointers : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(record({}).sysrc, 0); }
+  void TearDown() override {
+    EXPECT_EQ(record({}).sysrc, 0);
+    EXPECT_EQ(read_all().size(), 3u) << "no refused record is in the log";
+  }
+};
+
+TEST_F(HostilePointers, GetTheirCodes) {
+  try_everything();
+}
+
+TEST_F(HostilePointers, GetThemUnderAForeignHandlerWithTheSignalBlocked) {
+  handle_crashes([](int) { _exit(3); });
+  sigset_t segv;
+  sigemptyset(&segv);
+  sigaddset(&segv, SIGSEGV);
+  pthread_sigmask(SIG_BLOCK, &segv, nullptr);
+  try_everything();
+}
+
+TEST(HostileTable, NamesEveryExport) {
+  std::set<std::string> exported, known = kUnprobed;
+  known.insert(kData.begin(), kData.end());
+  Good good;
+  for (const Argument& argument : arguments(good)) known.insert(argument.function);
+  std::istringstream names(Process("nm -D --defined-only " PLOV_BINARY_DIR "/libplovsp1.so").rest());
+  for (std::string address, kind, name; names >> address >> kind >> name;)
+    if (kind != "A") exported.insert(name.substr(0, name.find('@')));
+  std::vector<std::string> only_one;
+  std::set_symmetric_difference(exported.begin(), exported.end(), known.begin(), known.end(),
+                                std::back_inserter(only_one));
+  EXPECT_EQ(only_one, std::vector<std::string>());
+}
+
+TEST(Library, NeedsTheRunTimesAndThePlatformLayerAlone) {
+  std::set<std::string> needed;
+  std::string soname;
+  std::istringstream words(Process("readelf -d " PLOV_BINARY_DIR "/libplovsp1.so").rest());
+  for (std::string tag, word; words >> word;) {
+    if (word[0] == '(') tag = word;
+    if (word[0] != '[') continue;
+    if (tag == "(NEEDED)") needed.insert(word);
+    if (tag == "(SONAME)") soname = word;
+  }
+  EXPECT_EQ(soname, "[libplovsp1.so]");
+  EXPECT_EQ(needed.erase("[libplovplatform.so]"), 1u);
+  for (const char* run_time : {"[libc.so.6]", "[libm.so.6]", "[libgcc_s.so.1]", "[libstdc++.so.6]"})
+    needed.erase(run_time);
+  std::erase_if(needed, [](const std::string& name) { return name.find("san.so") != std::string::npos; });
+  EXPECT_EQ(needed, std::set<std::string>());
+}
+
+}  // namespace

@@ -1,0 +1,258 @@
+#include "codes.h"
+
+#include <cstring>
+
+#include "hex.h"
+#include "xdfc.h"
+#include "xlog.h"
+#include "xpce.h"
+
+namespace plov::ctl {
+namespace {
+
+constexpr const char* kCaller = "The caller handed over a bad pointer: correct the calling program.";
+constexpr const char* kDisk = "Look at the disk, the free space and the kernel's messages; then repeat.";
+constexpr const char* kMemory = "The machine or the process is out of memory: free some, then repeat.";
+constexpr const char* kDamage =
+    "The log file is damaged. Copy it away, then look at the copy with: plovctl check, plovctl dump.";
+constexpr const char* kConfiguration =
+    "Look for wexoinit.trm with: plovctl path wexoinit.trm. A working one comes from: plovctl init.";
+constexpr const char* kLock =
+    "Another process may hold the lock, or System V semaphores are used up: see ipcs -s, and the trace.";
+constexpr const char* kTable = "Look with: plovctl path NAME. The file's table is described in ywkddfc.trm(5).";
+
+constexpr const char* kRecord = "xlog_record";
+constexpr const char* kRetrieve = "xlog_retrieve";
+constexpr const char* kFree = "xlog_free";
+constexpr const char* kEncode = "xlog_mem_encode";
+constexpr const char* kDecode = "xlog_mem_decode";
+constexpr const char* kOpen = "opening a log file";
+constexpr const char* kNewFile = "making a new log file";
+constexpr const char* kConfig = "reading wexoinit.trm";
+constexpr const char* kFiles = "the file services (xdfc)";
+constexpr const char* kProbe = "the pointer probes (xpce)";
+
+// clang-format off
+constexpr Code kCodes[] = {
+    {Family::sysrc, 0, "", "every function", "success", "Nothing."},
+    {Family::sysrc, 1, "", "every function", "the comprc pointer is unusable; nothing was written",
+     "Correct the calling program. From xdfc_query_file_location it is also: no entry of the path table matches."},
+    {Family::sysrc, 2, "", "every function", "a bad argument or a refused request", "The comprc says which."},
+    {Family::sysrc, 8, "", "every function", "a failed system service, or a failure that was recorded in the log",
+     "The comprc says which; look at the newest events with: plovctl show -n 5."},
+
+    {Family::xlog, XLOG_RECORD_BAD_REQUEST, "XLOG_RECORD_BAD_REQUEST", kRecord, "the request is not usable memory", kCaller},
+    {Family::xlog, XLOG_RECORD_BAD_NODE, "XLOG_RECORD_BAD_NODE", kRecord, "a data node is not usable memory", kCaller},
+    {Family::xlog, XLOG_RECORD_BAD_DATA, "XLOG_RECORD_BAD_DATA", kRecord, "a node's data cannot be read", kCaller},
+    {Family::xlog, XLOG_ERR_NO_LOCK, "XLOG_ERR_NO_LOCK", kRecord, "the log lock could not be taken", kLock},
+    {Family::xlog, XLOG_RECORD_HEADER_ERROR, "XLOG_RECORD_HEADER_ERROR", kRecord, "writing the log header failed", kDisk},
+    {Family::xlog, XLOG_RECORD_HEADER_SHORT, "XLOG_RECORD_HEADER_SHORT", kRecord, "the log header was written short", kDisk},
+    {Family::xlog, XLOG_RECORD_BLOCK_ERROR, "XLOG_RECORD_BLOCK_ERROR", kRecord, "writing a block failed", kDisk},
+    {Family::xlog, XLOG_RECORD_BLOCK_SHORT, "XLOG_RECORD_BLOCK_SHORT", kRecord, "a block was written short", kDisk},
+    {Family::xlog, XLOG_RECORD_OWN_BLOCK_ERROR, "XLOG_RECORD_OWN_BLOCK_ERROR", kRecord,
+     "writing the UTC offset block or the standard block failed", kDisk},
+    {Family::xlog, XLOG_RECORD_OWN_BLOCK_SHORT, "XLOG_RECORD_OWN_BLOCK_SHORT", kRecord,
+     "the UTC offset block or the standard block was written short", kDisk},
+    {Family::xlog, XLOG_RECORD_MODIFY_ERROR, "XLOG_RECORD_MODIFY_ERROR", kRecord, "writing the modify block failed", kDisk},
+    {Family::xlog, XLOG_RECORD_MODIFY_SHORT, "XLOG_RECORD_MODIFY_SHORT", kRecord, "the modify block was written short", kDisk},
+    {Family::xlog, XLOG_RECORD_FILE_HEADER_ERROR, "XLOG_RECORD_FILE_HEADER_ERROR", kRecord,
+     "writing the file header failed; the event is not in the log", kDisk},
+    {Family::xlog, XLOG_RECORD_FILE_HEADER_SHORT, "XLOG_RECORD_FILE_HEADER_SHORT", kRecord,
+     "the file header was written short", kDisk},
+    {Family::xlog, XLOG_RECORD_READ_ERROR, "XLOG_RECORD_READ_ERROR", kRecord, "reading the file header failed", kDisk},
+    {Family::xlog, XLOG_RECORD_READ_SHORT, "XLOG_RECORD_READ_SHORT", kRecord, "the file is shorter than its header", kDamage},
+    {Family::xlog, XLOG_RECORD_NO_MODIFY_MEMORY, "XLOG_RECORD_NO_MODIFY_MEMORY", kRecord, "no memory for the modify block",
+     kMemory},
+    {Family::xlog, XLOG_RECORD_NO_INPUT_MEMORY, "XLOG_RECORD_NO_INPUT_MEMORY", kRecord, "no memory for the input buffer",
+     kMemory},
+    {Family::xlog, XLOG_RECORD_TOO_MANY_BLOCKS, "XLOG_RECORD_TOO_MANY_BLOCKS", kRecord,
+     "the event would have 256 blocks or more", "Record fewer blocks: the recorder's own count too."},
+    {Family::xlog, XLOG_RECORD_TOO_LARGE, "XLOG_RECORD_TOO_LARGE", kRecord, "the event is larger than one log may be",
+     "Record less, or raise line 4 of wexoinit.trm: it holds for files made afterwards."},
+    {Family::xlog, XLOG_RECORD_NO_ROOM, "XLOG_RECORD_NO_ROOM", kRecord, "the log file has reached its size",
+     "Copy the file away and remove it, or raise its size in wexoinit.trm: it holds for files made afterwards."},
+    {Family::xlog, XLOG_RECORD_ENCODE_FAILED, "XLOG_RECORD_ENCODE_FAILED", kRecord, "a block could not be encoded", kMemory},
+    {Family::xlog, XLOG_RECORD_STANDARD_ENCODE_FAILED, "XLOG_RECORD_STANDARD_ENCODE_FAILED", kRecord,
+     "the standard block could not be encoded", kMemory},
+
+    {Family::xlog, XLOG_RETRIEVE_BAD_BLOCK, "XLOG_RETRIEVE_BAD_BLOCK", kRetrieve, "the retrieve block is not usable memory",
+     kCaller},
+    {Family::xlog, XLOG_RETRIEVE_BAD_PATTERN, "XLOG_RETRIEVE_BAD_PATTERN", kRetrieve, "a pattern entry is not usable memory",
+     kCaller},
+    {Family::xlog, XLOG_RETRIEVE_BAD_PATTERN_DATA, "XLOG_RETRIEVE_BAD_PATTERN_DATA", kRetrieve,
+     "a pattern's bytes cannot be read", kCaller},
+    {Family::xlog, XLOG_RETRIEVE_BAD_PATTERN_MASK, "XLOG_RETRIEVE_BAD_PATTERN_MASK", kRetrieve,
+     "a pattern's mask cannot be read", kCaller},
+    {Family::xlog, XLOG_RETRIEVE_BAD_ID_LIST, "XLOG_RETRIEVE_BAD_ID_LIST", kRetrieve, "the list of block ids cannot be read",
+     kCaller},
+    {Family::xlog, XLOG_RETRIEVE_NO_START, "XLOG_RETRIEVE_NO_START", kRetrieve,
+     "the class has no logs, or its newest log is said to lie beyond the data",
+     "With sysrc 2 nothing is wrong: no event of that class. With sysrc 8 the file was damaged: plovctl check."},
+    {Family::xlog, XLOG_RETRIEVE_BAD_LINK, "XLOG_RETRIEVE_BAD_LINK", kRetrieve, "a link does not point to an older log",
+     kDamage},
+    {Family::xlog, XLOG_RETRIEVE_BAD_CLASS_LINK, "XLOG_RETRIEVE_BAD_CLASS_LINK", kRetrieve,
+     "a link of a class does not point to an older log", kDamage},
+    {Family::xlog, XLOG_RETRIEVE_FILE_HEADER_ERROR, "XLOG_RETRIEVE_FILE_HEADER_ERROR", kRetrieve,
+     "reading the file header failed", kDisk},
+    {Family::xlog, XLOG_RETRIEVE_FILE_HEADER_SHORT, "XLOG_RETRIEVE_FILE_HEADER_SHORT", kRetrieve,
+     "the file is shorter than its header", kDamage},
+    {Family::xlog, XLOG_RETRIEVE_HEADER_ERROR, "XLOG_RETRIEVE_HEADER_ERROR", kRetrieve, "reading a log header failed", kDisk},
+    {Family::xlog, XLOG_RETRIEVE_HEADER_SHORT, "XLOG_RETRIEVE_HEADER_SHORT", kRetrieve, "a log header is cut off", kDamage},
+    {Family::xlog, XLOG_RETRIEVE_BLOCK_ERROR, "XLOG_RETRIEVE_BLOCK_ERROR", kRetrieve, "reading a block failed", kDisk},
+    {Family::xlog, XLOG_RETRIEVE_BLOCK_SHORT, "XLOG_RETRIEVE_BLOCK_SHORT", kRetrieve, "a block is cut off", kDamage},
+    {Family::xlog, XLOG_RETRIEVE_NO_ENTRY_MEMORY, "XLOG_RETRIEVE_NO_ENTRY_MEMORY", kRetrieve, "no memory for a log record",
+     kMemory},
+    {Family::xlog, XLOG_RETRIEVE_NO_BLOCK_MEMORY, "XLOG_RETRIEVE_NO_BLOCK_MEMORY", kRetrieve, "no memory for a block entry",
+     kMemory},
+    {Family::xlog, XLOG_RETRIEVE_NO_EXPANDED_MEMORY, "XLOG_RETRIEVE_NO_EXPANDED_MEMORY", kRetrieve,
+     "no memory for an expanded block", kMemory},
+    {Family::xlog, XLOG_RETRIEVE_NO_BUFFER, "XLOG_RETRIEVE_NO_BUFFER", "xlog_retrieve, xlog_record",
+     "no memory for a work buffer (recording: XLOG_RECORD_NO_OUTPUT_MEMORY)", kMemory},
+    {Family::xlog, XLOG_RECORD_NO_OUTPUT_MEMORY, "XLOG_RECORD_NO_OUTPUT_MEMORY", kRecord, "no memory for the encoder's output",
+     kMemory},
+    {Family::xlog, XLOG_RETRIEVE_NO_RAW_MEMORY, "XLOG_RETRIEVE_NO_RAW_MEMORY", kRetrieve, "no memory for a raw block", kMemory},
+    {Family::xlog, XLOG_RETRIEVE_CORRUPT, "XLOG_RETRIEVE_CORRUPT", kRetrieve, "a log header holds impossible values", kDamage},
+    {Family::xlog, XLOG_RETRIEVE_NO_LOCK, "XLOG_RETRIEVE_NO_LOCK", kRetrieve, "the log lock could not be taken", kLock},
+    {Family::xlog, XLOG_FREE_BAD_BLOCK, "XLOG_FREE_BAD_BLOCK", kFree, "the retrieve block is not usable memory", kCaller},
+    {Family::xlog, XLOG_FREE_BAD_ENTRY, "XLOG_FREE_BAD_ENTRY", kFree, "a log record is not usable memory", kCaller},
+    {Family::xlog, XLOG_FREE_BAD_BLOCK_ENTRY, "XLOG_FREE_BAD_BLOCK_ENTRY", kFree, "a block entry is not usable memory",
+     kCaller},
+
+    {Family::xlog, XLOG_ERR_OPEN, "XLOG_ERR_OPEN", kOpen, "the log file could not be opened",
+     "Look at the file's owner and mode and at its directory: plovctl path wexolog.log."},
+    {Family::xlog, XLOG_ERR_CONFIG_SIZE, "XLOG_ERR_CONFIG_SIZE", kConfig, "wexoinit.trm was not found", kConfiguration},
+    {Family::xlog, XLOG_ERR_CONFIG_OPEN, "XLOG_ERR_CONFIG_OPEN", kConfig, "wexoinit.trm could not be opened", kConfiguration},
+    {Family::xlog, XLOG_ERR_WRITE_FILE_HEADER, "XLOG_ERR_WRITE_FILE_HEADER", kNewFile, "writing the file header failed", kDisk},
+    {Family::xlog, XLOG_ERR_SEEK_LOG_INFO, "XLOG_ERR_SEEK_LOG_INFO", kNewFile, "the first log's place could not be reached",
+     kDisk},
+    {Family::xlog, XLOG_ERR_WRITE_LOG_INFO_HEADER, "XLOG_ERR_WRITE_LOG_INFO_HEADER", kNewFile,
+     "the first log's header was written short", kDisk},
+    {Family::xlog, XLOG_ERR_WRITE_LOG_INFO_DATA, "XLOG_ERR_WRITE_LOG_INFO_DATA", kNewFile,
+     "the first log's blocks were written short", kDisk},
+    {Family::xlog, XLOG_ERR_READ_FILE_HEADER, "XLOG_ERR_READ_FILE_HEADER", kOpen, "the file is shorter than its header",
+     kDamage},
+    {Family::xlog, XLOG_ERR_CONFIG_READ, "XLOG_ERR_CONFIG_READ", kConfig, "reading wexoinit.trm failed", kConfiguration},
+    {Family::xlog, XLOG_ERR_CONFIG_SHORT, "XLOG_ERR_CONFIG_SHORT", kConfig, "wexoinit.trm was read short", kConfiguration},
+    {Family::xlog, XLOG_ERR_CLOSE, "XLOG_ERR_CLOSE", "closing a log file", "the log file could not be closed", kDisk},
+    {Family::xlog, XLOG_ERR_CONFIG_CLOSE, "XLOG_ERR_CONFIG_CLOSE", kConfig, "wexoinit.trm could not be closed", kDisk},
+    {Family::xlog, XLOG_ERR_CONFIG_MEMORY, "XLOG_ERR_CONFIG_MEMORY", kConfig, "no memory for wexoinit.trm", kMemory},
+    {Family::xlog, XLOG_ERR_CONFIG_CLASS_MEMORY, "XLOG_ERR_CONFIG_CLASS_MEMORY", kConfig, "no memory for a class record",
+     kMemory},
+    {Family::xlog, XLOG_ERR_CONFIG_TYPE_MEMORY, "XLOG_ERR_CONFIG_TYPE_MEMORY", kConfig, "no memory for a type record", kMemory},
+    {Family::xlog, XLOG_ERR_NAME_TOO_LONG, "XLOG_ERR_NAME_TOO_LONG", kOpen, "a short log name has more than 4 characters",
+     "Use at most 4 characters, or \"!\" and a file name or path."},
+
+    {Family::xlog, XLOG_ENCODE_BAD_ARGUMENT, "XLOG_ENCODE_BAD_ARGUMENT", "xlog_mem_encode, xlog_mem_decode",
+     "the block or its buffers are not usable memory (decoding: XLOG_DECODE_BAD_ARGUMENT)", kCaller},
+    {Family::xlog, XLOG_ENCODE_NO_CODES, "XLOG_ENCODE_NO_CODES", kEncode, "no memory for the code buffer", kMemory},
+    {Family::xlog, XLOG_ENCODE_NO_TABLE, "XLOG_ENCODE_NO_TABLE", kEncode, "no memory for search structure 1", kMemory},
+    {Family::xlog, 0x9003, "", kEncode, "no memory for search structure 2", kMemory},
+    {Family::xlog, 0x9004, "", kEncode, "no memory for search structure 3", kMemory},
+    {Family::xlog, 0x9005, "", kEncode, "no memory for search structure 4", kMemory},
+    {Family::xlog, 0x9006, "", kEncode, "no memory for search structure 5", kMemory},
+    {Family::xlog, XLOG_DECODE_NO_CODES, "XLOG_DECODE_NO_CODES", kDecode, "no memory for the code buffer", kMemory},
+    {Family::xlog, XLOG_DECODE_NO_STAGING, "XLOG_DECODE_NO_STAGING", kDecode, "no memory for the output stage", kMemory},
+    {Family::xlog, XLOG_DECODE_NO_DICTIONARY, "XLOG_DECODE_NO_DICTIONARY", kDecode, "no memory for the dictionary", kMemory},
+    {Family::xlog, XLOG_ENCODE_CUT, "XLOG_ENCODE_CUT", kEncode, "codes cut at the output's capacity, main loop",
+     "Give the encoder a larger output; the block is then stored plain."},
+    {Family::xlog, 0x9012, "", kEncode, "codes cut at the output's capacity, end code 1", "As 0x9011."},
+    {Family::xlog, 0x9013, "", kEncode, "codes cut at the output's capacity, end code 2", "As 0x9011."},
+    {Family::xlog, 0x9014, "", kEncode, "codes cut at the output's capacity, end code 3", "As 0x9011."},
+    {Family::xlog, XLOG_DECODE_CUT, "XLOG_DECODE_CUT", kDecode, "the block is damaged, or its output does not fit",
+     "Look at the file with: plovctl check."},
+
+    {Family::xdfc, XDFC_NO_ENTRY, "XDFC_NO_ENTRY", kFiles, "no entry of the path table matches, or there is no such file", kTable},
+    {Family::xdfc, XDFC_NO_MEMORY, "XDFC_NO_MEMORY", kFiles, "no memory for the copy buffer", kMemory},
+    {Family::xdfc, XDFC_EXISTS, "XDFC_EXISTS", kFiles, "the file exists and no flag allows for it",
+     "Open with XDFC_E_OPEN or XDFC_E_REPLACE."},
+    {Family::xdfc, XDFC_TABLE_TOO_LARGE, "XDFC_TABLE_TOO_LARGE", kFiles, "an entry of the path table passes the table's area",
+     kTable},
+    {Family::xdfc, XDFC_BAD_ARGUMENT_1, "XDFC_BAD_ARGUMENT_1", kFiles, "the first pointer argument is not usable memory", kCaller},
+    {Family::xdfc, XDFC_BAD_ARGUMENT_2, "XDFC_BAD_ARGUMENT_2", kFiles, "the second pointer argument is not usable memory",
+     kCaller},
+    {Family::xdfc, XDFC_BAD_LENGTH, "XDFC_BAD_LENGTH", kFiles, "a name is empty or too long",
+     "A name has 1 to 255 characters, 512 for a copy."},
+    {Family::xdfc, XDFC_BAD_ARGUMENT_3, "XDFC_BAD_ARGUMENT_3", kFiles, "the third pointer argument is not usable memory", kCaller},
+    {Family::xdfc, XDFC_BAD_ARGUMENT_4, "XDFC_BAD_ARGUMENT_4", kFiles, "the fourth pointer argument is not usable memory",
+     kCaller},
+    {Family::xdfc, XDFC_END_OF_FILE, "XDFC_END_OF_FILE", kFiles, "reading met the end of the file", "Nothing."},
+    {Family::xdfc, XDFC_DISK_FULL, "XDFC_DISK_FULL", kFiles, "the disk is full", "Free some space, then repeat."},
+
+    {Family::xpce, XPCE_PROBE_STRING_FAULT, "XPCE_PROBE_STRING_FAULT", kProbe, "a byte of the string cannot be read", kCaller},
+    {Family::xpce, XPCE_PROBE_FAULT, "XPCE_PROBE_FAULT", kProbe, "a byte of the range cannot be used", kCaller},
+    {Family::xpce, XPCE_PROBE_WRAP, "XPCE_PROBE_WRAP", kProbe, "address and size pass the end of the address space", kCaller},
+    {Family::xpce, 0x700, "", "messages to the process-control daemon", "a message was sent short", "See that plovpced runs."},
+    {Family::xpce, 0x701, "", "messages to the process-control daemon", "a whole message was sent short",
+     "See that plovpced runs."},
+    {Family::xpce, 0x702, "", "xpce_setup", "the process type is not one of those known", "Correct the calling program."},
+    {Family::xpce, 0x710, "", "xpce_setup", "no thread key for the alternate stacks", kMemory},
+    {Family::xpce, 0x711, "", "xpce_setup", "the alternate stack's thread value could not be set", kMemory},
+    {Family::xpce, 0x712, "", "xpce_setup", "the thread's data value could not be set", kMemory},
+    {Family::xpce, 0x713, "", "xpce_setup", "the registration could not be sent to the daemon", "See that plovpced runs."},
+    {Family::xpce, 0x714, "", "xpce_unset", "the de-registration could not be sent to the daemon", "See that plovpced runs."},
+    {Family::xpce, 0x715, "", "the end of a thread", "a thread ended with set-ups not taken back",
+     "Correct the calling program."},
+    {Family::xpce, 0x716, "", "xpce_unset", "not de-registered: the process is handling a trap", "Nothing."},
+    {Family::xpce, XPCE_PROBE_READABLE, "XPCE_PROBE_READABLE", kProbe, "the read test passed, or could not be made", "Nothing."},
+    {Family::xpce, XPCE_PROBE_WRITABLE, "XPCE_PROBE_WRITABLE", kProbe, "the write test passed, or could not be made", "Nothing."},
+};
+// clang-format on
+
+constexpr uint32_t kLargestErrno = 133;
+
+}  // namespace
+
+std::span<const Code> all_codes() {
+  return kCodes;
+}
+
+std::vector<const Code*> find_codes(uint32_t value) {
+  std::vector<const Code*> found;
+  for (const Code& code : kCodes)
+    if (code.family != Family::sysrc && code.value == value) found.push_back(&code);
+  return found;
+}
+
+std::vector<const Code*> find_codes(Family family, uint32_t value) {
+  std::vector<const Code*> found;
+  for (const Code& code : kCodes)
+    if (code.family == family && code.value == value) found.push_back(&code);
+  return found;
+}
+
+const Code* find_code_by_name(std::string_view name) {
+  for (const Code& code : kCodes)
+    if (!name.empty() && name == code.name) return &code;
+  return nullptr;
+}
+
+const char* family_name(Family family) {
+  switch (family) {
+    case Family::sysrc:
+      return "sysrc";
+    case Family::xlog:
+      return "xlog";
+    case Family::xdfc:
+      return "xdfc";
+    default:
+      return "xpce";
+  }
+}
+
+std::string notation(Family family, uint32_t value) {
+  return family == Family::xlog || family == Family::xpce ? hex(value, 4) : std::to_string(value);
+}
+
+std::string explain_result(Family family, int32_t sysrc, uint32_t comprc) {
+  std::string text = "sysrc " + std::to_string(sysrc);
+  if (const auto codes = find_codes(Family::sysrc, static_cast<uint32_t>(sysrc)); !codes.empty())
+    text += std::string(" (") + codes[0]->meaning + ")";
+  text += ", comprc " + notation(family, comprc);
+  if (const auto codes = find_codes(family, comprc); !codes.empty())
+    text += std::string(" (") + codes[0]->meaning + ")";
+  else if (comprc > 0 && comprc <= kLargestErrno)
+    text += std::string(" (") + strerror(static_cast<int>(comprc)) + ")";
+  return text;
+}
+
+}  // namespace plov::ctl
