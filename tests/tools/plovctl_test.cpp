@@ -284,6 +284,24 @@ TEST(Plovctl, SaysWhatWentWrongAndEndsAccordingly) {
                                           HasSubstr("line 4 of wexoinit.trm")));
 }
 
+TEST(Plovctl, SpawnsPrograms) {
+  const auto spawn = [](const std::string& rest) { return plovctl("spawn --json " + rest); };
+  const json started = spawn("-- true").objects().at(0);
+  EXPECT_GT(started.at("pid"), 0);
+  EXPECT_EQ(started.at("ended"), false);
+  const json ended = spawn("--wait 60 -- sh -c 'exit 3'").objects().at(0);
+  EXPECT_EQ(ended.at("exit_code"), 3);
+  EXPECT_EQ(ended.at("status"), 0x300);
+  EXPECT_THAT(plovctl("spawn --wait 60 -- sh -c 'kill -PIPE $$'").out,
+              HasSubstr(" ended by SIGPIPE (raw status 0x000D)"));
+  const Outcome absent = plovctl("spawn -- nonesuch --wait");
+  EXPECT_EQ(absent.exit, 1);
+  EXPECT_THAT(absent.out, testing::AllOf(HasSubstr("nonesuch: No such file"), HasSubstr("comprc 0x0100")));
+  const Outcome running = spawn("--wait 0 -- sleep 1 2>/dev/null");
+  EXPECT_EQ(running.exit, 1);
+  EXPECT_EQ(running.objects().at(0).at("ended"), false);
+}
+
 TEST(Plovctl, ShowsTheTraceOfItsCalls) {
   ASSERT_EQ(plovctl("record --class 3 --type 1 --name traced").exit, 0);
   const Outcome run = plovctl("trace -n 5000 --tag XLOG --level F --grep 'event name = traced' --json");

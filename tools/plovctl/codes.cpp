@@ -3,8 +3,10 @@
 #include <cstring>
 
 #include "hex.h"
+#include "xact.h"
 #include "xdfc.h"
 #include "xlog.h"
+#include "xmis.h"
 #include "xpce.h"
 
 namespace plov::ctl {
@@ -30,6 +32,7 @@ constexpr const char* kOpen = "opening a log file";
 constexpr const char* kNewFile = "making a new log file";
 constexpr const char* kConfig = "reading wexoinit.trm";
 constexpr const char* kFiles = "the file services (xdfc)";
+constexpr const char* kSpawn = "xmis_spawn_pgm";
 constexpr const char* kProbe = "the pointer probes (xpce)";
 
 // clang-format off
@@ -195,6 +198,24 @@ constexpr Code kCodes[] = {
     {Family::xpce, 0x716, "", "xpce_unset", "not de-registered: the process is handling a trap", "Nothing."},
     {Family::xpce, XPCE_PROBE_READABLE, "XPCE_PROBE_READABLE", kProbe, "the read test passed, or could not be made", "Nothing."},
     {Family::xpce, XPCE_PROBE_WRITABLE, "XPCE_PROBE_WRITABLE", kProbe, "the write test passed, or could not be made", "Nothing."},
+
+    {Family::xact, XACT_NOT_FOUND, "XACT_NOT_FOUND", "xact_get_func_addr, xact_get_func_addr2",
+     "the module or the function was not found", "The loader's reason is in the trace: plovctl trace --tag XDLL."},
+
+    {Family::xmis, XMIS_BAD_PARAMETERS, "XMIS_BAD_PARAMETERS", kSpawn, "the parameter block is not usable memory", kCaller},
+    {Family::xmis, XMIS_BAD_FLAGS, "XMIS_BAD_FLAGS", kSpawn, "a flag other than the wait is set", "Correct the calling program."},
+    {Family::xmis, XMIS_BAD_PROGRAM, "XMIS_BAD_PROGRAM", kSpawn, "the program's name is unreadable or empty",
+     "Correct the calling program."},
+    {Family::xmis, XMIS_BAD_ENVIRONMENT, "XMIS_BAD_ENVIRONMENT", kSpawn, "the environment is not usable memory", kCaller},
+    {Family::xmis, XMIS_BAD_ARGUMENTS, "XMIS_BAD_ARGUMENTS", kSpawn, "the argument vector is missing or cannot be read", kCaller},
+    {Family::xmis, XMIS_SPAWN_FAILED, "XMIS_SPAWN_FAILED", kSpawn, "the program could not be started",
+     "The reason is an errno: see that the program is on PATH and may be executed."},
+    {Family::xmis, XMIS_WAIT_FAILED, "XMIS_WAIT_FAILED", kSpawn, "waiting for the program's end failed",
+     "The reason is an errno; the program may still run."},
+    {Family::xmis, XMIS_STILL_RUNNING, "XMIS_STILL_RUNNING", kSpawn, "the time limit is over and the program still runs",
+     "Wait longer, or see with ps what the program waits for: it was not ended."},
+    {Family::xmis, XMIS_CHILD_VANISHED, "XMIS_CHILD_VANISHED", kSpawn, "the program's end was taken by someone else",
+     "The calling process ignores SIGCHLD or waits for any child: its status is lost."},
 };
 // clang-format on
 
@@ -234,13 +255,18 @@ const char* family_name(Family family) {
       return "xlog";
     case Family::xdfc:
       return "xdfc";
+    case Family::xact:
+      return "xact";
+    case Family::xmis:
+      return "xmis";
     default:
       return "xpce";
   }
 }
 
 std::string notation(Family family, uint32_t value) {
-  return family == Family::xlog || family == Family::xpce ? hex(value, 4) : std::to_string(value);
+  return family == Family::xdfc || family == Family::xact || family == Family::sysrc ? std::to_string(value)
+                                                                                     : hex(value, 4);
 }
 
 std::string explain_result(Family family, int32_t sysrc, uint32_t comprc) {

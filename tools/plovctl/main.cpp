@@ -43,6 +43,7 @@ int run(int argc, char** argv) {
   add_path(app, session);
   add_trace(app, session);
   add_explain(app, session);
+  add_spawn(app, session);
   app.parse_complete_callback([&] {
     if (!session.root.empty()) use_console_directory(session.root);
     choose_colour(session.colour);

@@ -26,6 +26,7 @@ void add_init(CLI::App& app, Session& session);
 void add_path(CLI::App& app, Session& session);
 void add_record(CLI::App& app, Session& session);
 void add_show(CLI::App& app, Session& session);
+void add_spawn(CLI::App& app, Session& session);
 void add_trace(CLI::App& app, Session& session);
 
 inline void add_json(CLI::App& verb, Session& session) {
