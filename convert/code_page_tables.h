@@ -23,7 +23,7 @@ constexpr Table to_host(Table table, Deviations deviations) {
   return table;
 }
 
-// Host texts hold the required blank, and 0xE1, where a blank is meant. Back goes only the real one.
+// Host texts hold the required blank, and 0xE1, where a blank is meant; that blank comes back as the plain one.
 inline constexpr Deviations kRequiredBlank = {{0x41, 0x20}};
 inline constexpr Deviations kBlanks = {{0x41, 0x20}, {0xE1, 0x20}};
 
@@ -31,7 +31,7 @@ inline constexpr Deviations kBlanks = {{0x41, 0x20}, {0xE1, 0x20}};
 inline constexpr Deviations kSigns = {{0xB4, 0x9F}, {0xB5, 0x15}, {0xB6, 0x14}};
 
 inline constexpr Table table_500to437 = to_pc(to_pc(same_characters(kPage500, kPage437), kBlanks), kSigns);
-// ó comes back as C: data on the hosts have been made with it.
+// ó comes back as C: callers depend on it.
 inline constexpr Table table_437to500 = to_host(to_host(same_characters(kPage437, kPage500), kSigns), {{0xC3, 0xA2}});
 
 inline constexpr Deviations kOnly850 = {{0xBF, 0xF2}, {0xDA, 0xD5}};

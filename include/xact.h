@@ -2,8 +2,8 @@
  * Dynamic loading: a function in a shared module that is named loosely, so that optional code is called without being
  * linked to.
  *
- * Unlike the rest of the library these functions probe nothing: a bad pointer faults in the caller, and a `comprc` is
- * written on failure only. Results are otherwise those of plov_api.h.
+ * These functions probe nothing: a bad pointer faults in the caller. The look-ups write `comprc` on failure only.
+ * Results are otherwise those of plov_api.h.
  *
  * Modules stay loaded for the life of the process, so an address once handed out stays good.
  *
