@@ -97,6 +97,98 @@ PLOV_API int32_t xlog_record(xlog_log_request* request, uint32_t* comprc);
 /* Fills the standard block of this process and the time stamp of a log being recorded; sleeps 10 ms. Probes nothing. */
 PLOV_API void xlog_get_standard(xlog_standard_block* block, xlog_timestamp* timestamp);
 
+/* System events: logs of class 0 whose blocks are the substitution variables of a message. */
+
+/* Options, beside the request flags, which are passed on. */
+#define XLOG_MAIN_LOG_FLAG 0x0008u      /* to the main log, whatever `target_session` says */
+#define XLOG_KEEP_INFORMATIONAL 0x1000u /* type 1 in place of 0 */
+
+/* Kinds of variable: what is stored. A variable of length 0 is an empty text, whatever its kind. */
+#define XLOG_VARIABLE_TEXT 1u      /* the bytes and a NUL; also of an unknown kind */
+#define XLOG_VARIABLE_CONVERTED 2u /* the bytes translated from code page 500 to 850, and a NUL */
+#define XLOG_VARIABLE_HEX 3u       /* the bytes as hexadecimal text, and a NUL */
+#define XLOG_VARIABLE_EMPTY 4u     /* a NUL */
+
+/* One variable of the caller's. The chain is not changed. */
+typedef struct xlog_variable {
+  uint32_t kind;
+  uint16_t length; /* bytes */
+  const void* data;
+  struct xlog_variable* next;
+} xlog_variable;
+
+typedef struct xlog_system_event {
+  uint16_t options;
+  uint16_t reserved;
+  uint16_t user; /* the event's user code, also the number in the tower block */
+  char event_name[XLOG_NAME_SIZE];
+  char target_session[2048];
+  xlog_variable* variables; /* first, or NULL; 252 fit into a log */
+  const char* tower;        /* text, or NULL: no tower block */
+} xlog_system_event;
+
+typedef struct xlog_e4_system_event {
+  uint16_t options;
+  uint16_t reserved;
+  uint16_t user;
+  char event_name[XLOG_NAME_SIZE];
+  char target_session[2048]; /* not looked at */
+  xlog_variable* variables;
+  uint32_t extra_size; /* bytes; 0: no extra block */
+  const void* extra_data;
+  const char* tower;
+} xlog_e4_system_event;
+
+/* `comprc` values beside those of xlog_record. A tower text that cannot be read counts as a node's data. */
+#define XLOG_SYSEVENT_BAD_REQUEST 1001u
+#define XLOG_SYSEVENT_BAD_NODE 1002u
+#define XLOG_SYSEVENT_BAD_DATA 1003u
+#define XLOG_E4_SYSEVENT_BAD_REQUEST 1004u
+#define XLOG_E4_SYSEVENT_BAD_EXTRA 1005u
+#define XLOG_E4_SYSEVENT_BAD_NODE 1006u
+#define XLOG_E4_SYSEVENT_BAD_DATA 1007u
+
+/*
+ * Records a system event in the log that it names, and in "e4". The blocks in the log's order: tower, extra data
+ * (XLOG_EXTRA_DATA_BLOCK_ID), number of variables (4 bytes), the variables from the last, of block id 2 + its number,
+ * to the first. The result is that of xlog_record.
+ */
+PLOV_API int32_t xlog_sysevent(const xlog_system_event* event, uint32_t* comprc);
+PLOV_API int32_t xlog_e4_sysevent(xlog_e4_system_event* event, uint32_t* comprc);
+
+/* One message: its texts are terminated. */
+typedef struct xlog_message_reference {
+  const char* bundle;
+  const char* key;
+  uint32_t count; /* of substitution variables */
+  const char* const* texts;
+} xlog_message_reference;
+
+typedef struct xlog_event_data_details {
+  uint8_t** cursor; /* address of where to write; moves behind the last byte written */
+  uint32_t count;
+  const xlog_message_reference* references;
+} xlog_event_data_details;
+
+#define XLOG_EVENT_DATA_BAD_DETAILS 1011u
+#define XLOG_EVENT_DATA_BAD_CURSOR 1012u
+#define XLOG_EVENT_DATA_BAD_REFERENCE 1013u
+#define XLOG_EVENT_DATA_NO_ROOM 1014u /* for an entry's length */
+#define XLOG_EVENT_DATA_BAD_BUNDLE 1015u
+#define XLOG_EVENT_DATA_NO_BUNDLE_ROOM 1016u
+#define XLOG_EVENT_DATA_BAD_KEY 1017u
+#define XLOG_EVENT_DATA_NO_KEY_ROOM 1018u
+#define XLOG_EVENT_DATA_BAD_VARIABLE 1019u /* the place of a variable's address */
+#define XLOG_EVENT_DATA_BAD_TEXT 1020u
+#define XLOG_EVENT_DATA_NO_VARIABLE_ROOM 1021u
+
+/*
+ * Packs message references into the caller's area, each as: length of what follows, bundle, key, variables; each of
+ * these is its length and its bytes without a NUL. A length is 2 bytes, most significant first; of a text of 64 KB or
+ * more the low 16 bits count. Ends at the first failure: what was written stays, the cursor stands behind it.
+ */
+PLOV_API int32_t xlog_append_event_data(const xlog_event_data_details* details, uint32_t* comprc);
+
 /* Reading back. */
 
 /* Retrieve options. Without TYPE_ONLY, ANY_EVENTID and ALL_CLASSES all four event-id bytes must be equal. */
@@ -322,6 +414,10 @@ PLOV_AT(xlog_log_request, timestamp, 6);
 PLOV_AT(xlog_log_request, event_name, 11);
 PLOV_AT(xlog_log_request, target_session, 23);
 PLOV_AT(xlog_log_request, data, 2072);
+PLOV_AT(xlog_system_event, user, 4);
+PLOV_AT(xlog_system_event, event_name, 6);
+PLOV_AT(xlog_system_event, target_session, 18);
+PLOV_AT(xlog_e4_system_event, target_session, 18);
 PLOV_AT(xlog_log_entry, timestamp, 4);
 PLOV_AT(xlog_log_entry, event_name, 9);
 PLOV_AT(xlog_log_entry, flags, 21);
@@ -342,6 +438,16 @@ PLOV_AT(xlog_data_node, block_id, 4);
 PLOV_AT(xlog_data_node, data_ptr, 8);
 PLOV_AT(xlog_data_node, next, 12);
 PLOV_SIZE(xlog_log_request, 2076);
+PLOV_SIZE(xlog_variable, 16);
+PLOV_AT(xlog_variable, length, 4);
+PLOV_AT(xlog_variable, data, 8);
+PLOV_SIZE(xlog_system_event, 2076);
+PLOV_AT(xlog_system_event, variables, 2068);
+PLOV_SIZE(xlog_e4_system_event, 2084);
+PLOV_AT(xlog_e4_system_event, extra_size, 2072);
+PLOV_AT(xlog_e4_system_event, tower, 2080);
+PLOV_SIZE(xlog_message_reference, 16);
+PLOV_SIZE(xlog_event_data_details, 12);
 PLOV_SIZE(xlog_pattern, 20);
 PLOV_AT(xlog_pattern, mask, 12);
 PLOV_SIZE(xlog_block_entry, 16);

@@ -84,6 +84,7 @@ typedef struct PLOV_PACKED xlog_log_header {
 #define XLOG_MODIFY_BLOCK_ID 0x00u   /* raw bytes, changed in place later */
 #define XLOG_STANDARD_BLOCK_ID 0x01u /* the recording process */
 #define XLOG_LOG_INFO_BLOCK_ID 0x03u
+#define XLOG_EXTRA_DATA_BLOCK_ID 0xD0u /* of a system event in "e4" */
 #define XLOG_ERROR_BLOCK_ID 0xF0u /* 16-bit error id, 32-bit reason */
 #define XLOG_SYSTEM_EVENT_BLOCK_ID 0xF1u
 #define XLOG_REFCODE_BLOCK_ID 0xF2u

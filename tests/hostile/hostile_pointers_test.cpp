@@ -102,6 +102,38 @@ int spawn_with(const char* program, char** argv, char** envp, uint32_t* rc) {
   return sysrc;
 }
 
+int sysevent_with(xlog_variable* variables, const char* tower, uint32_t* rc) {
+  xlog_system_event event = {};
+  event.variables = variables;
+  event.tower = tower;
+  return xlog_sysevent(&event, rc);
+}
+
+int e4_sysevent_with(xlog_variable* variables, const void* extra, const char* tower, uint32_t* rc) {
+  xlog_e4_system_event event = {};
+  event.variables = variables;
+  event.extra_size = extra ? 64 : 0;
+  event.extra_data = extra;
+  event.tower = tower;
+  return xlog_e4_sysevent(&event, rc);
+}
+
+int append_with(uint8_t** cursor, const xlog_message_reference* reference, uint32_t* rc) {
+  const xlog_event_data_details details = {cursor, 1, reference};
+  return xlog_append_event_data(&details, rc);
+}
+
+int append_to(void* area, const xlog_message_reference& reference, uint32_t* rc) {
+  uint8_t* cursor = static_cast<uint8_t*>(area);
+  return append_with(&cursor, &reference, rc);
+}
+
+// Where an address is optional, none is no fault: the table's answer for it.
+template <class Call>
+int unless_null(Any p, uint32_t code, uint32_t* rc, Call call) {
+  return p.address ? call() : (*rc = code, 2);
+}
+
 // A call in a way of its own, and the plain one; `p` is the bad pointer.
 #define BAD_IN(function, name, use, size, comprc, expression) \
   Argument(#function, name, use, size, comprc, [&](Any p, uint32_t* rc) -> int { return expression; })
@@ -113,6 +145,8 @@ std::vector<Argument> arguments(Good& g) {
   static xlog_data_node node;
   static xlog_pattern pattern;
   static xlog_mem_block block;
+  static xlog_variable variable;
+  static uint8_t* cursor = bytes;
   static char program[] = "true";
   static char* argv[] = {program, nullptr};
   const auto file = sizeof(FILE);
@@ -182,6 +216,32 @@ std::vector<Argument> arguments(Good& g) {
              (block = {p.address, 64, g.buffer, 1024}, xlog_mem_decode(&block, rc))),
       BAD_IN(xlog_mem_decode, "output", output, 64, 0x9000,
              (block = {encoded, 64, p, 64}, xlog_mem_decode(&block, rc))),
+
+      BAD(xlog_sysevent, "event", input, sizeof(xlog_system_event), 1001, p),
+      BAD_IN(xlog_sysevent, "variable", output, sizeof variable, 1002,
+             unless_null(p, 1002, rc, [&] { return sysevent_with(p, nullptr, rc); })),
+      BAD_IN(xlog_sysevent, "data", input, 64, 1003,
+             (variable = {1, 64, p, nullptr}, sysevent_with(&variable, nullptr, rc))),
+      BAD_IN(xlog_sysevent, "tower", string, 0, 1003,
+             unless_null(p, 1003, rc, [&] { return sysevent_with(nullptr, p, rc); })),
+      BAD(xlog_e4_sysevent, "event", output, sizeof(xlog_e4_system_event), 1004, p),
+      BAD_IN(xlog_e4_sysevent, "extra data", input, 64, 1005,
+             unless_null(p, 1005, rc, [&] { return e4_sysevent_with(nullptr, p, nullptr, rc); })),
+      BAD_IN(xlog_e4_sysevent, "variable", output, sizeof variable, 1006,
+             unless_null(p, 1006, rc, [&] { return e4_sysevent_with(p, nullptr, nullptr, rc); })),
+      BAD_IN(xlog_e4_sysevent, "data", input, 64, 1007,
+             (variable = {3, 64, p, nullptr}, e4_sysevent_with(&variable, nullptr, nullptr, rc))),
+      BAD_IN(xlog_e4_sysevent, "tower", string, 0, 1007,
+             unless_null(p, 1007, rc, [&] { return e4_sysevent_with(nullptr, nullptr, p, rc); })),
+      BAD(xlog_append_event_data, "details", input, sizeof(xlog_event_data_details), 1011, p),
+      BAD_IN(xlog_append_event_data, "cursor", output, sizeof cursor, 1012, append_with(p, nullptr, rc)),
+      BAD_IN(xlog_append_event_data, "reference", input, sizeof(xlog_message_reference), 1013,
+             append_with(&cursor, p, rc)),
+      BAD_IN(xlog_append_event_data, "area", output, 5, 1014, append_to(p.address, {"bundle", "key", 0, nullptr}, rc)),
+      BAD_IN(xlog_append_event_data, "bundle", string, 0, 1015, append_to(g.buffer, {p, "key", 0, nullptr}, rc)),
+      BAD_IN(xlog_append_event_data, "key", string, 0, 1017, append_to(g.buffer, {"bundle", p, 0, nullptr}, rc)),
+      BAD_IN(xlog_append_event_data, "texts", input, sizeof(char*), 1019,
+             append_to(g.buffer, {"bundle", "key", 1, p}, rc)),
 
       BAD(xmis_spawn_pgm, "parameters", output, sizeof(xmis_spawn_parameters), 1, p),
       BAD_IN(xmis_spawn_pgm, "program", string, 0, 3, spawn_with(p, argv, nullptr, rc)),

@@ -48,6 +48,20 @@ Fields error_fields(Bytes data) {
   return {{"error_id", text, id}, number_field("reason", load<uint32_t>(data, 2))};
 }
 
+Fields count_fields(Bytes data) {
+  if (data.size() != sizeof(uint32_t)) return {};
+  return {number_field("variables", load<uint32_t>(data, 0))};
+}
+
+// Length of the text (most significant byte first), the text, a zero byte, number of digits, the digits.
+Fields tower_fields(Bytes data) {
+  if (data.size() < 4) return {};
+  const size_t length = static_cast<size_t>(data[0] << 8 | data[1]);
+  if (data.size() < length + 4 || data[2 + length] != 0 || data.size() != length + 4 + data[3 + length]) return {};
+  const std::string text(data.begin() + 2, data.end());
+  return {{"text", text.substr(0, length), {}}, {"number", text.substr(length + 2), {}}};
+}
+
 }  // namespace
 
 const char* block_name(uint8_t id) {
@@ -58,6 +72,8 @@ const char* block_name(uint8_t id) {
       return "standard";
     case XLOG_LOG_INFO_BLOCK_ID:
       return "log information";
+    case XLOG_EXTRA_DATA_BLOCK_ID:
+      return "extra data";
     case 0xDF:
       return "microcode data";
     case 0xED:
@@ -89,6 +105,10 @@ Fields decode_block(uint8_t id, Bytes data) {
       return standard_fields(data);
     case XLOG_ERROR_BLOCK_ID:
       return error_fields(data);
+    case XLOG_SYSTEM_EVENT_BLOCK_ID:
+      return count_fields(data);
+    case XLOG_TOWER_BLOCK_ID:
+      return tower_fields(data);
     case XLOG_UTCOFFSET_BLOCK_ID:
       return utc_fields(data);
     default:

@@ -24,6 +24,9 @@ constexpr const char* kLock =
 constexpr const char* kTable = "Look with: plovctl path NAME. The file's table is described in ywkddfc.trm(5).";
 
 constexpr const char* kRecord = "xlog_record";
+constexpr const char* kSysevent = "xlog_sysevent";
+constexpr const char* kE4Sysevent = "xlog_e4_sysevent";
+constexpr const char* kEventData = "xlog_append_event_data";
 constexpr const char* kRetrieve = "xlog_retrieve";
 constexpr const char* kFree = "xlog_free";
 constexpr const char* kEncode = "xlog_mem_encode";
@@ -77,6 +80,34 @@ constexpr Code kCodes[] = {
     {Family::xlog, XLOG_RECORD_ENCODE_FAILED, "XLOG_RECORD_ENCODE_FAILED", kRecord, "a block could not be encoded", kMemory},
     {Family::xlog, XLOG_RECORD_STANDARD_ENCODE_FAILED, "XLOG_RECORD_STANDARD_ENCODE_FAILED", kRecord,
      "the standard block could not be encoded", kMemory},
+
+    {Family::xlog, XLOG_SYSEVENT_BAD_REQUEST, "XLOG_SYSEVENT_BAD_REQUEST", kSysevent, "the request cannot be read", kCaller},
+    {Family::xlog, XLOG_SYSEVENT_BAD_NODE, "XLOG_SYSEVENT_BAD_NODE", kSysevent, "a variable's node is not usable memory", kCaller},
+    {Family::xlog, XLOG_SYSEVENT_BAD_DATA, "XLOG_SYSEVENT_BAD_DATA", kSysevent,
+     "a variable's data or the tower text cannot be read", kCaller},
+    {Family::xlog, XLOG_E4_SYSEVENT_BAD_REQUEST, "XLOG_E4_SYSEVENT_BAD_REQUEST", kE4Sysevent,
+     "the request is not usable memory", kCaller},
+    {Family::xlog, XLOG_E4_SYSEVENT_BAD_EXTRA, "XLOG_E4_SYSEVENT_BAD_EXTRA", kE4Sysevent, "the extra data cannot be read", kCaller},
+    {Family::xlog, XLOG_E4_SYSEVENT_BAD_NODE, "XLOG_E4_SYSEVENT_BAD_NODE", kE4Sysevent,
+     "a variable's node is not usable memory", kCaller},
+    {Family::xlog, XLOG_E4_SYSEVENT_BAD_DATA, "XLOG_E4_SYSEVENT_BAD_DATA", kE4Sysevent,
+     "a variable's data or the tower text cannot be read", kCaller},
+    {Family::xlog, XLOG_EVENT_DATA_BAD_DETAILS, "XLOG_EVENT_DATA_BAD_DETAILS", kEventData, "the details record cannot be read",
+     kCaller},
+    {Family::xlog, XLOG_EVENT_DATA_BAD_CURSOR, "XLOG_EVENT_DATA_BAD_CURSOR", kEventData, "the cursor is not usable memory", kCaller},
+    {Family::xlog, XLOG_EVENT_DATA_BAD_REFERENCE, "XLOG_EVENT_DATA_BAD_REFERENCE", kEventData,
+     "a message reference cannot be read", kCaller},
+    {Family::xlog, XLOG_EVENT_DATA_NO_ROOM, "XLOG_EVENT_DATA_NO_ROOM", kEventData, "no room for an entry's length", kCaller},
+    {Family::xlog, XLOG_EVENT_DATA_BAD_BUNDLE, "XLOG_EVENT_DATA_BAD_BUNDLE", kEventData, "a bundle name cannot be read", kCaller},
+    {Family::xlog, XLOG_EVENT_DATA_NO_BUNDLE_ROOM, "XLOG_EVENT_DATA_NO_BUNDLE_ROOM", kEventData, "no room for a bundle name",
+     kCaller},
+    {Family::xlog, XLOG_EVENT_DATA_BAD_KEY, "XLOG_EVENT_DATA_BAD_KEY", kEventData, "a key name cannot be read", kCaller},
+    {Family::xlog, XLOG_EVENT_DATA_NO_KEY_ROOM, "XLOG_EVENT_DATA_NO_KEY_ROOM", kEventData, "no room for a key name", kCaller},
+    {Family::xlog, XLOG_EVENT_DATA_BAD_VARIABLE, "XLOG_EVENT_DATA_BAD_VARIABLE", kEventData,
+     "the place of a variable's address cannot be read", kCaller},
+    {Family::xlog, XLOG_EVENT_DATA_BAD_TEXT, "XLOG_EVENT_DATA_BAD_TEXT", kEventData, "a variable's text cannot be read", kCaller},
+    {Family::xlog, XLOG_EVENT_DATA_NO_VARIABLE_ROOM, "XLOG_EVENT_DATA_NO_VARIABLE_ROOM", kEventData, "no room for a variable",
+     kCaller},
 
     {Family::xlog, XLOG_RETRIEVE_BAD_BLOCK, "XLOG_RETRIEVE_BAD_BLOCK", kRetrieve, "the retrieve block is not usable memory",
      kCaller},

@@ -129,6 +129,11 @@ std::vector<uint8_t> read_to_end(int fd, const std::string& name, size_t limit, 
   return bytes;
 }
 
+std::vector<uint8_t> read_block(const std::string& path) {
+  if (path == "-") return read_to_end(STDIN_FILENO, "standard input", XLOG_MAX_BLOCK_SIZE + 1);
+  return read_to_end(Descriptor(given_path(path)).number, path, XLOG_MAX_BLOCK_SIZE + 1);
+}
+
 std::vector<uint8_t> read_whole_file(const std::string& path) {
   const Descriptor file(path);
   struct stat status;

@@ -42,6 +42,10 @@ struct Descriptor {
 // be.
 std::vector<uint8_t> read_to_end(int fd, const std::string& name, size_t limit, size_t expected = 0);
 
+// A block's data from a file, or from standard input for "-". One byte more than the log keeps tells that it will be
+// cut.
+std::vector<uint8_t> read_block(const std::string& path);
+
 std::vector<uint8_t> read_whole_file(const std::string& path);
 
 // The machine-wide log lock: while it is held no log file changes. A file read without it may be half changed.

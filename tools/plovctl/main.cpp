@@ -36,6 +36,7 @@ int run(int argc, char** argv) {
       ->check(not_empty);
   add_init(app, session);
   add_record(app, session);
+  add_event(app, session);
   add_show(app, session);
   add_info(app, session);
   add_check(app, session);

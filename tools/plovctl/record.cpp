@@ -1,6 +1,4 @@
 // plovctl record: writes one event.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -42,11 +40,6 @@ GivenBlock parse_block(Source source, const std::string& text) {
   return {source, static_cast<uint8_t>(*id), text.substr(equals + 1)};
 }
 
-// One byte more than the log keeps tells that the block is cut.
-std::vector<uint8_t> read_block(int fd, const std::string& name) {
-  return read_to_end(fd, name, XLOG_MAX_BLOCK_SIZE + 1);
-}
-
 std::vector<uint8_t> bytes_of(const GivenBlock& block) {
   switch (block.source) {
     case Source::hex: {
@@ -55,8 +48,7 @@ std::vector<uint8_t> bytes_of(const GivenBlock& block) {
       return std::move(*bytes);
     }
     case Source::file:
-      if (block.is_standard_input()) return read_block(STDIN_FILENO, "standard input");
-      return read_block(Descriptor(given_path(block.value)).number, block.value);
+      return read_block(block.value);
     default:
       return {block.value.begin(), block.value.end()};
   }

@@ -20,6 +20,7 @@ struct Session {
 
 void add_check(CLI::App& app, Session& session);
 void add_dump(CLI::App& app, Session& session);
+void add_event(CLI::App& app, Session& session);
 void add_explain(CLI::App& app, Session& session);
 void add_info(CLI::App& app, Session& session);
 void add_init(CLI::App& app, Session& session);
