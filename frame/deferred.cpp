@@ -39,14 +39,18 @@ bool lock_held() {
   return waiting.levels > 0;
 }
 
-void record_or_defer(const Deferred& failure) {
-  if (!lock_held())
+bool record_or_defer(const Deferred& failure) {
+  if (!lock_held()) {
     failure.record(failure);
-  else if (waiting.count < kDeferredLimit)
-    waiting.queue[waiting.count++] = failure;
-  else
+    return true;
+  }
+  if (waiting.count == kDeferredLimit) {
     xtr_trace("XPCE___F:    record_or_defer: queue is full, failure %d/%d is not recorded", failure.values[0],
               failure.values[1]);
+    return false;
+  }
+  waiting.queue[waiting.count++] = failure;
+  return true;
 }
 
 void forget_locks() {

@@ -1,5 +1,6 @@
-// Failures found while a lock is held that are themselves to be recorded in the log. Recording takes locks of its own,
-// so each such failure waits in a small queue of its thread and is recorded when the thread has released its last lock.
+// What must not be done while a lock is held: failures that are themselves to be recorded in the log, for recording
+// takes locks of its own, and calls of the Java side. Each waits in a small queue of its thread and is done when the
+// thread has released its last lock.
 #ifndef PLOV_FRAME_DEFERRED_H
 #define PLOV_FRAME_DEFERRED_H
 
@@ -26,9 +27,9 @@ void lock_lost();
 // Whether this thread holds such a lock.
 bool lock_held();
 
-// Records now, or queues while a lock is held. What does not fit into the queue is traced and dropped: it has been
-// reported already.
-void record_or_defer(const Deferred& failure);
+// Records now, or queues while a lock is held. What does not fit into the queue is traced, and false says that it will
+// not be recorded.
+bool record_or_defer(const Deferred& failure);
 
 // The thread holds nothing and waits for nothing: for a forked child.
 void forget_locks();

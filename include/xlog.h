@@ -38,7 +38,7 @@ typedef struct xlog_err_interface {
 
 /* Request flags. */
 #define XLOG_HARDWARE_BLOCK_FLAG 0x0010u   /* traced only */
-#define XLOG_PROBLEM_ANALYSIS_FLAG 0x0100u /* to be reported to problem analysis (not yet: traced only) */
+#define XLOG_PROBLEM_ANALYSIS_FLAG 0x0100u /* to be reported to problem analysis, see xlog_report_error */
 #define XLOG_STANDARD_LOG_FLAG 0x0200u     /* adds the standard block: the recording process */
 #define XLOG_MODIFY_BLOCK_FLAG 0x0400u     /* adds a zeroed block of id 0 for later in-place updates */
 #define XLOG_DISPLAY_AS_ERROR_FLAG 0x0800u
@@ -91,6 +91,13 @@ typedef struct PLOV_PACKED xlog_log_request {
  * Writes one event into a log file, creating the file when needed. When the call has returned 0 the event is in the
  * file, whatever happens to the process; before that it is there whole or not at all. Takes at least 10 ms: that keeps
  * two events of one process a hundredth of a second apart.
+ *
+ * An event of class 0 is copied to the system log (ident "QRL", user facility, informational) when a file named
+ * "SyslogSystemEvents" lies beside the main log at the process's first such event: as the text that the Java side makes
+ * of it, whether or not the log file takes it. No Java side, no copy.
+ *
+ * Java is called after the log lock has been given back. For a thread that holds the lock beyond this call, copy and
+ * report wait until it has released its last level.
  */
 PLOV_API int32_t xlog_record(xlog_log_request* request, uint32_t* comprc);
 
@@ -188,6 +195,42 @@ typedef struct xlog_event_data_details {
  * more the low 16 bits count. Ends at the first failure: what was written stays, the cursor stands behind it.
  */
 PLOV_API int32_t xlog_append_event_data(const xlog_event_data_details* details, uint32_t* comprc);
+
+/* Problem analysis: the Java side's listener is told of an event, or a crash file keeps it. */
+
+#define XP11_BAD_EVENT 0x1u         /* the event block cannot be read */
+#define XP11_NOT_TOLD 0x11Cu        /* the listener was not told; a crash file was attempted */
+#define XP11_CRASH_WRITE 0x11Du     /* writing the crash file failed */
+#define XP11_CRASH_CLOSE 0x11Eu     /* closing it failed */
+#define XP11_CRASH_DIRECTORY 0x120u /* its directory could not be made */
+#define XP11_CRASH_CREATE 0x121u    /* the file could not be created */
+
+/*
+ * Reports a recorded event: its identity as the request holds it after xlog_record, with error id and reason from the
+ * first 6 bytes of the chain's first block of id XLOG_ERROR_BLOCK_ID. Without such a block, or when the chain cannot be
+ * read, both are 0. An unusable request is XLOG_RECORD_BAD_REQUEST; otherwise the result is that of xp11_request.
+ * xlog_record calls it for a request with XLOG_PROBLEM_ANALYSIS_FLAG.
+ */
+PLOV_API int32_t xlog_report_error(const xlog_log_request* request, uint32_t* comprc);
+
+/*
+ * Tells the problem-analysis listener of an event. System information field 91 is the switch: 1 on, any other value
+ * off, which is success. Result 8 with XP11_NOT_TOLD when the field or the listener cannot be reached; the event is
+ * then left in a crash file. Problem analysis never hears of an event of class 0x0A and type 0x15. A thread that holds
+ * one of the library's locks is answered 0 and the listener told after the last release. The other arguments are not
+ * looked at; the recorder passes 100 and 0.
+ */
+PLOV_API int32_t xp11_request(uint32_t* comprc, uint32_t reserved1, const xlog_event_identity* event,
+                              uint32_t reserved2, uint16_t error_id, uint32_t error_reason);
+
+/*
+ * Leaves the event in a crash file (xlog_format.h) in the directory that the path table gives for "PA_CRASH_PATH", else
+ * in CONSOLE_PATH + "/data/pa/crash/", which is made when it is missing. A file that exists is never overwritten: a
+ * second event of one hundredth of a second takes the next hundredth for its name. `a`, `b` and `code` are not looked
+ * at. Result 0, 1 or 2.
+ */
+PLOV_API int32_t xp11_critical(uint32_t* comprc, const xlog_event_identity* event, uint8_t a, uint8_t b, uint16_t code,
+                               uint32_t return_code);
 
 /* Reading back. */
 

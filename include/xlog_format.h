@@ -33,6 +33,11 @@ typedef struct PLOV_PACKED xlog_timestamp {
   uint8_t hundredths; /* of that second */
 } xlog_timestamp;
 
+typedef struct PLOV_PACKED xlog_event_identity {
+  xlog_eventid eventid;
+  xlog_timestamp timestamp;
+} xlog_event_identity;
+
 /* `file_flags` */
 #define XLOG_FILE_PRUNE_IN_PROGRESS 0x0010u /* set while logs are moved; found set, the file is not opened */
 #define XLOG_FILE_UTC_OFFSET 0x0020u        /* each log begins with a UTC offset block */
@@ -85,7 +90,7 @@ typedef struct PLOV_PACKED xlog_log_header {
 #define XLOG_STANDARD_BLOCK_ID 0x01u /* the recording process */
 #define XLOG_LOG_INFO_BLOCK_ID 0x03u
 #define XLOG_EXTRA_DATA_BLOCK_ID 0xD0u /* of a system event in "e4" */
-#define XLOG_ERROR_BLOCK_ID 0xF0u /* 16-bit error id, 32-bit reason */
+#define XLOG_ERROR_BLOCK_ID 0xF0u      /* 16-bit error id, 32-bit reason */
 #define XLOG_SYSTEM_EVENT_BLOCK_ID 0xF1u
 #define XLOG_REFCODE_BLOCK_ID 0xF2u
 #define XLOG_TOWER_BLOCK_ID 0xF3u
@@ -126,6 +131,23 @@ typedef struct PLOV_PACKED xlog_standard_block {
   xlog_L00F02B00V01 process;
 } xlog_standard_block;
 
+/*
+ * A crash file: an event that problem analysis could not be told of. The analysis finds it in its crash directory, as
+ * "crash.jvm.." + return code (8 hexadecimal digits, the first four "0") + "." + seconds (8) + hundredths (2) of the
+ * time when it was written, digits of the time in upper case.
+ */
+typedef struct PLOV_PACKED xlog_crash_file {
+  uint8_t classes;
+  char bars1[2]; /* "||", here and below */
+  uint8_t log_type;
+  char bars2[2];
+  uint16_t user;
+  char bars3[2];
+  uint32_t seconds; /* of the event's stamp */
+  char bars4[2];
+  uint8_t hundredths;
+} xlog_crash_file;
+
 /* The Log Info Log: class 255, type 255, first log of every file but "e4". */
 #define XLOG_LOG_INFO_NAME "Log Info Log"
 #define XLOG_LOG_INFO_SIZE 64u
@@ -140,6 +162,8 @@ PLOV_AT(xlog_eventid, log_type, 1);
 PLOV_AT(xlog_eventid, user, 2);
 PLOV_SIZE(xlog_timestamp, 5);
 PLOV_AT(xlog_timestamp, hundredths, 4);
+PLOV_SIZE(xlog_event_identity, 9);
+PLOV_AT(xlog_event_identity, timestamp, 4);
 PLOV_SIZE(xlog_file_header, XLOG_FILE_HEADER_SIZE);
 PLOV_AT(xlog_file_header, max_file_size, 0);
 PLOV_AT(xlog_file_header, max_single_log_size, 2);
@@ -172,5 +196,10 @@ PLOV_SIZE(xlog_standard_block, 82);
 PLOV_AT(xlog_standard_block, process.process_name, 2);
 PLOV_AT(xlog_standard_block, process.process_id, 53);
 PLOV_AT(xlog_standard_block, process.thread_id, 65);
+PLOV_SIZE(xlog_crash_file, 17);
+PLOV_AT(xlog_crash_file, log_type, 3);
+PLOV_AT(xlog_crash_file, user, 6);
+PLOV_AT(xlog_crash_file, seconds, 10);
+PLOV_AT(xlog_crash_file, hundredths, 16);
 
 #endif

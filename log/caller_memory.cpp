@@ -4,7 +4,6 @@
 #include <string.h>
 #include <sys/uio.h>
 
-#include "frame/probe.h"
 #include "xtr.h"
 
 namespace plov::log {
@@ -30,10 +29,9 @@ bool transfer(Transfer call, void* own, void* foreign, size_t size, void* to, co
 
 }  // namespace
 
-bool take_from_caller(void* to, const void* from, size_t size) {
+bool take_from_caller(void* to, const void* from, size_t size, frame::Access access) {
   bool copied;
-  return frame::probe_and_copy(from, size, frame::Access::write, to, &copied) == 0 &&
-         (copied || copy_from_caller(to, from, size));
+  return frame::probe_and_copy(from, size, access, to, &copied) == 0 && (copied || copy_from_caller(to, from, size));
 }
 
 bool copy_from_caller(void* to, const void* from, size_t size) {

@@ -5,10 +5,12 @@
 
 #include <stddef.h>
 
+#include "frame/probe.h"
+
 namespace plov::log {
 
-// Probes that the caller's memory is writable and copies it under the same probe.
-bool take_from_caller(void* to, const void* from, size_t size);
+// Probes the caller's memory and copies it under the same probe.
+bool take_from_caller(void* to, const void* from, size_t size, frame::Access access = frame::Access::write);
 
 // For memory that was probed before.
 bool copy_from_caller(void* to, const void* from, size_t size);

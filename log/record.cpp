@@ -12,6 +12,7 @@
 #include "log/new_log.h"
 #include "log/operation.h"
 #include "log/stream.h"
+#include "log/system_field.h"
 #include "log/system_log.h"
 #include "log/utc_offset.h"
 #include "xlog.h"
@@ -38,15 +39,19 @@ class Recorder {
         operation_(copy.target_session, sizeof copy.target_session),
         log_(copy) {}
 
-  // One failing step ends the run; what it recorded goes through the error handler while the lock is still held.
-  void run() {
+  // One failing step ends the run; what it recorded goes through the error handler while the lock is still held. True
+  // when the event is in the log, whatever closing the file says.
+  bool run() {
     announce();
-    if (begin() && list_blocks() && settle_size() && write_log()) make_visible();
+    const bool recorded = begin() && list_blocks() && settle_size() && write_log() && make_visible();
     if (!call_.ok() && operation_.err.error_level != XLOG_LEVEL_NONE && call_.sysrc() != frame::kSystemFailure)
       call_.fail(static_cast<uint32_t>(xlog_error_handler(&operation_.err)), 0);
     const int32_t closed = operation_.end();
     if (closed != 0) call_.fail(static_cast<uint32_t>(closed), operation_.err.error_id);
+    return recorded;
   }
+
+  const xlog_timestamp& timestamp() const { return timestamp_; }
 
  private:
   bool refuse(uint16_t code) {
@@ -107,9 +112,6 @@ class Recorder {
 };
 
 void Recorder::announce() {
-  if (request_.eventid.classes == 0 && system_log_wanted())
-    xtr_trace("XLOG   F: Processing system event that should be written to the system log");
-
   char name[XLOG_NAME_SIZE + 1] = "";
   memcpy(name, request_.event_name, XLOG_NAME_SIZE);
   xtr_trace("XLOG   F: event name = %s", name);
@@ -154,12 +156,21 @@ bool Recorder::list_caller_blocks() {
   return true;
 }
 
+// Whoever needs the field reads the variable, so it is asked for until it has a value.
+void read_release_field() {
+  if (xlog_qrlse != 0) return;
+  uint32_t code;
+  const int32_t result = read_system_field(kReleaseField, &xlog_qrlse, sizeof xlog_qrlse, &code);
+  if (result != 0) xtr_trace("XLOG   F: sim read failed with %x %x", result, code);
+}
+
 bool Recorder::list_blocks() {
   if (file_has(XLOG_FILE_UTC_OFFSET)) {
     xtr_trace("XLOG   D: Setting up utc block");
     log_.add(XLOG_UTCOFFSET_BLOCK_ID, sizeof(xlog_utc_block));
   }
   if (!list_caller_blocks()) return false;
+  read_release_field();
 
   input_.reset(static_cast<uint8_t*>(PLOV_MALLOC(kBufferSize)));
   if (!input_) return out_of_memory(XLOG_RECORD_NO_INPUT_MEMORY);
@@ -284,10 +295,19 @@ bool take_request(xlog_log_request* request, xlog_log_request* copy) {
 void record(frame::Call& call, xlog_log_request* request) {
   xlog_log_request copy;
   if (call.ok() && !take_request(request, &copy)) call.refuse(XLOG_RECORD_BAD_REQUEST);
-  if (call.ok())
-    Recorder(call, request, copy).run();
-  else
+  if (!call.ok()) {
     Operation("", 0).end();  // a refusal gives back the lock like every other end of a record
+    return;
+  }
+  if (copy.eventid.classes == 0 && system_log_wanted()) copy_to_system_log(copy);
+  {
+    Recorder recorder(call, request, copy);
+    if (!recorder.run()) return;
+    copy.timestamp = recorder.timestamp();
+  }
+  // Without the lock, the guard and the buffers: it is Java that is called.
+  uint32_t ignored;
+  if (copy.flags & XLOG_PROBLEM_ANALYSIS_FLAG) xlog_report_error(&copy, &ignored);
 }
 
 }  // namespace

@@ -206,6 +206,9 @@ std::vector<Argument> arguments(Good& g) {
       BAD_IN(xlog_retrieve, "id list", input, 64, 0x2105, retrieve_with(nullptr, p, rc)),
       BAD(xlog_free, "block", output, sizeof(xlog_retrieve_block), 0x3101, p),
       BAD_IN(xlog_free, "entry", output, XLOG_ENTRY_ALLOCATION, 0x3102, free_with(p, rc)),
+      BAD(xlog_report_error, "request", input, sizeof(xlog_log_request), 0x1101, p),
+      BAD_IN(xp11_request, "event", input, sizeof(xlog_event_identity), 1, xp11_request(rc, 100, p, 0, 0, 0)),
+      BAD_IN(xp11_critical, "event", input, sizeof(xlog_event_identity), 1, xp11_critical(rc, p, 160, 50, 284, 0)),
 
       BAD(xlog_mem_encode, "block", output, sizeof block, 0x9000, p),
       BAD_IN(xlog_mem_encode, "input", input, 64, 0x9000,

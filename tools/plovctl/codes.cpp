@@ -35,6 +35,8 @@ constexpr const char* kOpen = "opening a log file";
 constexpr const char* kNewFile = "making a new log file";
 constexpr const char* kConfig = "reading wexoinit.trm";
 constexpr const char* kFiles = "the file services (xdfc)";
+constexpr const char* kTell = "xp11_request";
+constexpr const char* kCrashFile = "xp11_critical";
 constexpr const char* kSpawn = "xmis_spawn_pgm";
 constexpr const char* kProbe = "the pointer probes (xpce)";
 
@@ -195,6 +197,16 @@ constexpr Code kCodes[] = {
     {Family::xlog, XLOG_DECODE_CUT, "XLOG_DECODE_CUT", kDecode, "the block is damaged, or its output does not fit",
      "Look at the file with: plovctl check."},
 
+    {Family::xp11, XP11_BAD_EVENT, "XP11_BAD_EVENT", "xp11_request, xp11_critical", "the event block cannot be read", kCaller},
+    {Family::xp11, XP11_NOT_TOLD, "XP11_NOT_TOLD", kTell, "problem analysis was not told of the event; a crash file was attempted",
+     "See that the Java side runs and the system information map is loaded; why it failed: plovctl trace --tag XP11PA."},
+    {Family::xp11, XP11_CRASH_WRITE, "XP11_CRASH_WRITE", kCrashFile, "writing the crash file failed", kDisk},
+    {Family::xp11, XP11_CRASH_CLOSE, "XP11_CRASH_CLOSE", kCrashFile, "closing the crash file failed", kDisk},
+    {Family::xp11, XP11_CRASH_DIRECTORY, "XP11_CRASH_DIRECTORY", kCrashFile, "the crash directory could not be made",
+     "Look at what lies there and who may write: plovctl path PA_CRASH_PATH."},
+    {Family::xp11, XP11_CRASH_CREATE, "XP11_CRASH_CREATE", kCrashFile, "the crash file could not be created",
+     "Look at the directory's mode and at the disk: plovctl path PA_CRASH_PATH."},
+
     {Family::xdfc, XDFC_NO_ENTRY, "XDFC_NO_ENTRY", kFiles, "no entry of the path table matches, or there is no such file", kTable},
     {Family::xdfc, XDFC_NO_MEMORY, "XDFC_NO_MEMORY", kFiles, "no memory for the copy buffer", kMemory},
     {Family::xdfc, XDFC_EXISTS, "XDFC_EXISTS", kFiles, "the file exists and no flag allows for it",
@@ -284,6 +296,8 @@ const char* family_name(Family family) {
       return "sysrc";
     case Family::xlog:
       return "xlog";
+    case Family::xp11:
+      return "xp11";
     case Family::xdfc:
       return "xdfc";
     case Family::xact:

@@ -22,9 +22,9 @@ struct Options {
   bool force = false;
 };
 
-// The path table holds pattern and directory in 121 characters; the longest shipped line has 14 besides the directory:
-// "wexo*.log" or "cduffdc_*", and "data/".
-constexpr size_t kLongestDirectory = 121 - 14;
+// The path table holds pattern and directory in 121 characters; the longest shipped line has 27 besides the directory:
+// "PA_CRASH_PATH" and "data/pa/crash/".
+constexpr size_t kLongestDirectory = 121 - 27;
 
 void write_file(const std::string& path, std::string_view text, bool force) {
   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | (force ? O_TRUNC : O_EXCL), 0644);
