@@ -81,16 +81,16 @@ typedef struct PLOV_PACKED xlog_log_request {
 #define XLOG_RECORD_NO_OUTPUT_MEMORY 0x2708u
 #define XLOG_RECORD_TOO_MANY_BLOCKS 0x1800u
 #define XLOG_RECORD_TOO_LARGE 0x1801u /* larger than the file's largest single log */
-#define XLOG_RECORD_NO_ROOM 0x1802u   /* the file has reached its size */
+#define XLOG_RECORD_NO_ROOM 0x1802u   /* the file is full, and nothing in it may be deleted */
 
 /* `error_id` values of the recorder beside those; `comprc` is the encoder's. */
 #define XLOG_RECORD_ENCODE_FAILED 0x1901u
 #define XLOG_RECORD_STANDARD_ENCODE_FAILED 0x1902u
 
 /*
- * Writes one event into a log file, creating the file when needed. When the call has returned 0 the event is in the
- * file, whatever happens to the process; before that it is there whole or not at all. Takes at least 10 ms: that keeps
- * two events of one process a hundredth of a second apart.
+ * Writes one event into a log file, creating the file when needed and making room in it when it is full. When the call
+ * has returned 0 the event is in the file, whatever happens to the process; before that it is there whole or not at
+ * all. Takes at least 10 ms: that keeps two events of one process a hundredth of a second apart.
  *
  * An event of class 0 is copied to the system log (ident "QRL", user facility, informational) when a file named
  * "SyslogSystemEvents" lies beside the main log at the process's first such event: as the text that the Java side makes
@@ -446,6 +446,77 @@ PLOV_API int32_t xlog_init_file(xlog_err_interface* err_interface, int32_t kind)
 
 /* Closes the stream; `file_handle` is NULL afterwards. */
 PLOV_API int32_t xlog_close_file(xlog_err_interface* err_interface);
+
+/* Making room in a full log. The recorder and the opening call these with the open file and its header. */
+
+/* Bytes to delete, by priority 0 to 3. */
+typedef struct xlog_stage_result {
+  int32_t bytes_to_delete[4];
+} xlog_stage_result;
+
+#define XLOG_COPY_NAME_SIZE 16u /* "wexocom" + digit + ".log" and its NUL fit */
+
+/* The `error_id` values of these steps, beside XLOG_ERR_SEEK_LOG_INFO, _WRITE_LOG_INFO_HEADER and _WRITE_LOG_INFO_DATA,
+ * which are also those of the "logcomp" event. */
+#define XLOG_ERR_ROOM_NO_LENGTH 0x4100u      /* a log whose length no log can have */
+#define XLOG_ERR_ROOM_MARK_NO_LENGTH 0x4101u /* the same while logs are marked for deletion */
+#define XLOG_ERR_ROOM_CLASS_START 0x4201u    /* the newest log of a class is not in the data */
+#define XLOG_ERR_ROOM_CLASS_LINK 0x4202u     /* a link of a class does not point to an older log of it */
+#define XLOG_ERR_ROOM_REOPEN 0x4305u
+#define XLOG_ERR_ROOM_KEPT_ERROR 0x4404u /* writing priorities: stream error */
+#define XLOG_ERR_ROOM_FILE_HEADER_ERROR 0x4406u
+#define XLOG_ERR_ROOM_FILE_HEADER_SHORT 0x4407u
+#define XLOG_ERR_ROOM_DELETED_ERROR 0x4408u /* writing marks of deletion */
+#define XLOG_ERR_ROOM_DELETED_SHORT 0x4409u
+#define XLOG_ERR_ROOM_MARK_HEADER_ERROR 0x440Au /* writing the header with the mark "prune in progress" */
+#define XLOG_ERR_ROOM_MARK_HEADER_SHORT 0x440Bu
+#define XLOG_ERR_ROOM_DATA_ERROR 0x440Eu /* moving logs in the file itself */
+#define XLOG_ERR_ROOM_DATA_WRITTEN_SHORT 0x440Fu
+#define XLOG_ERR_ROOM_END_HEADER_ERROR 0x4410u /* writing the header without the mark */
+#define XLOG_ERR_ROOM_END_HEADER_SHORT 0x4411u
+#define XLOG_ERR_ROOM_KEPT_SHORT 0x4414u
+#define XLOG_ERR_ROOM_LAST_BLOCK_SHORT 0x4417u
+#define XLOG_ERR_ROOM_TALLY_ERROR 0x4504u /* reading for the tally; + 1: cut off */
+#define XLOG_ERR_ROOM_TALLY_SHORT 0x4505u
+#define XLOG_ERR_ROOM_START_SEEK 0x4506u /* looking for the first deleted log */
+#define XLOG_ERR_ROOM_START_SHORT 0x4507u
+#define XLOG_ERR_ROOM_MOVE_SEEK 0x4508u /* closing the gaps */
+#define XLOG_ERR_ROOM_MOVE_SHORT 0x4509u
+#define XLOG_ERR_ROOM_DATA_SHORT 0x450Bu
+#define XLOG_ERR_ROOM_MARK_SEEK 0x450Eu /* marking logs for deletion */
+#define XLOG_ERR_ROOM_MARK_SHORT 0x450Fu
+#define XLOG_ERR_ROOM_NEWEST_SEEK 0x4510u /* the newest log of a file whose prune was broken off */
+#define XLOG_ERR_ROOM_NEWEST_SHORT 0x4511u
+#define XLOG_ERR_ROOM_CLOSE 0x4602u
+#define XLOG_ERR_ROOM_SHORTEN 0x4605u
+#define XLOG_ERR_ROOM_NO_MEMORY 0x4704u
+
+/*
+ * Makes room: a copy of the main log in the next slot, the tally, the deletion, the "logcomp" event. `file_header` is
+ * the live file's and is brought up to date; `err_interface->file_handle` may be another stream afterwards. Finishes
+ * what a dead process began when the header says so. 0, or the error handler's result. A result 0 with `error_level`
+ * set or without a stream is a failure that nobody has handled yet.
+ */
+PLOV_API int32_t xlog_compress_file(xlog_file_header* file_header, xlog_err_interface* err_interface);
+
+/* The first half of it: copies, and marks what the keep counts let go. `copy_name` (XLOG_COPY_NAME_SIZE bytes) receives
+ * the copy's name, "" when none is made. 24: the failure is in `err_interface`. */
+PLOV_API int32_t xlog_stage_one(xlog_file_header* file_header, xlog_err_interface* err_interface,
+                                xlog_stage_result* stage_result, char* copy_name);
+
+/* The second half: deletes these amounts, oldest first, and closes the gaps. The amounts fall by what was deleted. */
+PLOV_API int32_t xlog_delete_logs(xlog_err_interface* err_interface, xlog_file_header* file_header,
+                                  xlog_stage_result* stage_result);
+
+/*
+ * Goes on reading in a compressed copy. `offset` is a log of the file that is open; a copy whose newest log has the
+ * same length (nothing else is compared) becomes `file_handle`, `*new_offset` its newest log, `*file_header` its
+ * header,
+ * `*found` 1. With `name` only that copy is tried, else every one not yet used, in the directory's order. `reset`
+ * forgets which were used. The copies used are remembered for the process: one walk at a time. Result 0 always.
+ */
+PLOV_API int32_t xlog_find_comp_log(const char* name, uint32_t offset, uint32_t* new_offset, int32_t reset,
+                                    int32_t* found, xlog_file_header* file_header, xlog_err_interface* err_interface);
 
 /* Where every failed log operation ends. Result normally 8. */
 PLOV_API int32_t xlog_error_handler(xlog_err_interface* err_interface);

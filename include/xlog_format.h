@@ -39,7 +39,7 @@ typedef struct PLOV_PACKED xlog_event_identity {
 } xlog_event_identity;
 
 /* `file_flags` */
-#define XLOG_FILE_PRUNE_IN_PROGRESS 0x0010u /* set while logs are moved; found set, the file is not opened */
+#define XLOG_FILE_PRUNE_IN_PROGRESS 0x0010u /* set while room is made; found set, that is finished at open */
 #define XLOG_FILE_UTC_OFFSET 0x0020u        /* each log begins with a UTC offset block */
 #define XLOG_VERSION_CONTROL_FLAG 0x0100u   /* standard blocks have the versioned form of 82 bytes */
 #define XLOG_FILE_SINGLE_STAGE 0x1000u      /* the "e4" file: room is made without a compressed copy */

@@ -1,15 +1,13 @@
 // Opening a log file, creating it when it does not exist.
 #include <errno.h>
 #include <fcntl.h>
-#include <pwd.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
-#include "log/names.h"
+#include "log/interim.h"
+#include "log/maintain/image.h"
 #include "xdfc.h"
 #include "xlog.h"
 #include "xtr.h"
@@ -18,8 +16,6 @@ namespace plov::log {
 namespace {
 
 constexpr mode_t kMode = 0600;
-constexpr char kOwner[] = "ccfw";
-constexpr int kE4LockMilliseconds = 10000;
 
 // A stream as its trace line shows it.
 unsigned handle_word(const FILE* stream) {
@@ -52,13 +48,6 @@ int32_t open_failed(xlog_err_interface* err, int32_t sysrc) {
   err->error_id = XLOG_ERR_OPEN;
   err->error_level = XLOG_LEVEL_REPORT;
   return sysrc != 0 ? sysrc : 2;
-}
-
-// Hands the path to the file services as an explicit name, so that exactly the path that was checked is opened.
-int32_t open_stream(const char* path, const char* mode, FILE** stream, uint32_t* reason) {
-  char name[kPathSize + 16];
-  snprintf(name, sizeof name, "!%s", path);
-  return xdfc_search_file_open2(name, mode, stream, reason);
 }
 
 void drop_stream(xlog_err_interface* err) {
@@ -95,12 +84,9 @@ void give_owner(FILE* stream, const char* path) {
   xtr_trace("XLOG   D: before chmod file_path = %s, perms = 0x%x", path, kMode);
   if (fchmod(fileno(stream), kMode) != 0)
     xtr_trace("XLOG___F: chmod failed setting log file permissions, errno is %d", errno);
-  struct passwd entry, *found = nullptr;
-  char strings[4096];
-  const int rc = getpwnam_r(kOwner, &entry, strings, sizeof strings, &found);
-  if (!found)
-    xtr_trace("XLOG___F: getpwnam failed getting gid, errno is %d", rc);
-  else if (fchown(fileno(stream), found->pw_uid, found->pw_gid) != 0)
+  uid_t user;
+  gid_t group;
+  if (find_owner(&user, &group) && fchown(fileno(stream), user, group) != 0)
     xtr_trace("XLOG___F: chown failed setting group ccfw, errno is %d", errno);
 }
 
@@ -108,52 +94,13 @@ void give_owner(FILE* stream, const char* path) {
 // replaces it, so we wait for its lock and look whether the path still names the file that we opened. True: open it
 // again.
 bool e4_replaced_meanwhile(const char* path, FILE* stream) {
-  const auto now_in_ms = [] {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-  };
-  const int64_t deadline = now_in_ms() + kE4LockMilliseconds;
-  while (flock(fileno(stream), LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK && errno != EINTR) {
-      xtr_trace("XLOG   F: %s cannot be locked, errno is %d, going on without its lock", path, errno);
-      return false;
-    }
-    if (now_in_ms() >= deadline) {
-      xtr_trace("XLOG   F: %s is locked for more than %d ms, going on without its lock", path, kE4LockMilliseconds);
-      return false;
-    }
-    const struct timespec pause = {0, 1000000};
-    nanosleep(&pause, nullptr);
-  }
+  lock_e4(path, stream);
   struct stat by_path, by_stream;
   return fstat(fileno(stream), &by_stream) == 0 && stat(path, &by_path) == 0 &&
          (by_path.st_ino != by_stream.st_ino || by_path.st_dev != by_stream.st_dev);
 }
 
-// A new file is made under a name of its own and gets its real one when it is complete: a process that dies while it
-// creates a log leaves nothing that a later one takes for a damaged log. It has its final mode from its first byte, is
-// never made through a link and never replaces a file. Whoever creates holds the log lock, so a file under the interim
-// name is a dead process's.
-struct Interim {
-  char path[kPathSize + 8];
-};
-
-Interim interim_name(const char* path) {
-  Interim interim;
-  snprintf(interim.path, sizeof interim.path, "%s.init", path);
-  return interim;
-}
-
-// Returns 0 or an errno.
-int create_interim(const char* path) {
-  unlink(path);
-  const int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kMode);
-  if (fd < 0) return errno;
-  close(fd);
-  return 0;
-}
-
+// The real name of a new file. It never replaces a file.
 int publish(const char* interim, const char* path) {
   if (renameat2(AT_FDCWD, interim, AT_FDCWD, path, RENAME_NOREPLACE) == 0) return 0;
   if (errno != EINVAL && errno != ENOSYS) return errno;
@@ -164,7 +111,7 @@ int publish(const char* interim, const char* path) {
 }
 
 int32_t open_new(const LogName& name, const char* path, xlog_err_interface* err) {
-  const Interim interim = interim_name(path);
+  const Interim interim(path, ".init");
   xtr_trace("XLOG   D: before xdfc_search_file_open2 log_file = %s", name.opened);
   int32_t sysrc = 2;
   err->error_reason = static_cast<uint32_t>(create_interim(interim.path));
@@ -198,14 +145,32 @@ int32_t header_unreadable(xlog_err_interface* err) {
   return 2;
 }
 
-int32_t check_header(xlog_err_interface* err) {
+bool writable(FILE* stream) {
+  return (fcntl(fileno(stream), F_GETFL) & O_ACCMODE) != O_RDONLY;
+}
+
+// The file's header and links are not to be trusted before the prune that a dead process began is finished.
+int32_t finish_prune(xlog_file_header* header, xlog_err_interface* err) {
+  if (!writable(err->file_handle)) {
+    err->error_reason = EROFS;
+    return open_failed(err, 2);
+  }
+  const int32_t result = xlog_compress_file(header, err);
+  return result == 0 && (err->error_level != XLOG_LEVEL_NONE || !err->file_handle) ? 2 : result;
+}
+
+int32_t check_header(const char* path, xlog_err_interface* err) {
   xtr_trace("XLOG   D: reading file header");
   xlog_file_header header;
   clearerr(err->file_handle);
   errno = 0;
   if (fread(&header, 1, sizeof header, err->file_handle) < sizeof header) return header_unreadable(err);
-  // Its header and links are not to be trusted until the prune is finished, which this library does not do yet.
-  if (header.file_flags & XLOG_FILE_PRUNE_IN_PROGRESS) return open_failed(err, 2);
+  if (header.file_flags & XLOG_FILE_PRUNE_IN_PROGRESS) {
+    const int32_t finished = finish_prune(&header, err);
+    if (finished != 0) return finished;
+  } else if (writable(err->file_handle)) {
+    remove_unfinished_image(path, header);
+  }
   return fseek(err->file_handle, 0, SEEK_SET) == 0 ? 0 : header_unreadable(err);
 }
 
@@ -215,7 +180,7 @@ int32_t open_located(const LogName& name, const char* path, xlog_err_interface* 
     drop_stream(err);
     result = access(path, F_OK) == 0 ? open_existing(name, path, err) : open_new(name, path, err);
   } while (result == 0 && name.kind == XLOG_KIND_E4 && e4_replaced_meanwhile(path, err->file_handle));
-  return result == 0 ? check_header(err) : result;
+  return result == 0 ? check_header(path, err) : result;
 }
 
 }  // namespace

@@ -79,6 +79,7 @@ class Recorder {
   bool begin();
   bool list_blocks();
   bool list_caller_blocks();
+  bool make_room();
   bool settle_size();
   void trace_refused_size();
   bool write_log();
@@ -187,6 +188,7 @@ bool Recorder::list_blocks() {
     }
     if (!log_.add(XLOG_STANDARD_BLOCK_ID, standard_size())) return refuse(XLOG_RECORD_TOO_MANY_BLOCKS);
   }
+  if (file_has(XLOG_FILE_PRUNE_IN_PROGRESS) && !make_room()) return false;
   if (wants(XLOG_MODIFY_BLOCK_FLAG)) {
     modify_size_ = file_.modify_block_size == 0 ? kDefaultModifySize : capped(file_.modify_block_size);
     modify_.reset(static_cast<uint8_t*>(PLOV_MALLOC(modify_size_)));
@@ -214,12 +216,26 @@ void Recorder::trace_refused_size() {
   xtr_trace("XLOG   F:    log_info->total_log_size           = %d", log_.total());
 }
 
+// The stage may fail with result 0, its failure in the error record.
+bool Recorder::make_room() {
+  const xlog_err_interface& err = operation_.err;
+  const int32_t result = xlog_compress_file(&file_, &operation_.err);
+  if (result == 0 && err.error_level == XLOG_LEVEL_NONE && err.file_handle) return true;
+  return call_.fail(result != 0 ? static_cast<uint32_t>(result) : frame::kRefused, err.error_id);
+}
+
 bool Recorder::settle_size() {
   if (log_.larger_than_one_may_be(file_)) {
     trace_refused_size();
     return fail(XLOG_RECORD_TOO_LARGE, XLOG_RECORD_TOO_LARGE, XLOG_LEVEL_RECORD, log_.total());
   }
-  if (!log_.fits(file_)) return refuse(XLOG_RECORD_NO_ROOM);
+  const uint32_t full_size = file_.file_size;
+  if (!log_.fits(file_)) {
+    if (!make_room()) return false;
+    // The room that was made is all there is, and an event larger than that still goes in. Only when there is none, so
+    // that the file would grow with every event, the event is refused.
+    if (!log_.fits(file_) && file_.file_size >= full_size) return refuse(XLOG_RECORD_NO_ROOM);
+  }
   if (!copy_to_caller(&caller_->timestamp, &timestamp_, sizeof timestamp_)) return refuse(XLOG_RECORD_BAD_REQUEST);
   offset_ = file_.file_size;
   log_.link(file_, timestamp_);

@@ -256,9 +256,10 @@ std::vector<Argument> arguments(Good& g) {
 
 // Called by the log manager's own functions and by callers who promise good memory: they probe nothing, and say so.
 const std::set<std::string> kUnprobed = {
-    "xdfc_fixpathcase", "xlog_access_sem",   "xlog_atoh",         "xlog_close_file",    "xlog_error_handler",
-    "xlog_free_mem",    "xlog_get_standard", "xlog_init_file",    "xlog_match_eventid", "xlog_match_pattern",
-    "xlog_match_time",  "xlog_open_file",    "xlog_process_init", "xlog_sig_handler"};
+    "xdfc_fixpathcase",  "xlog_access_sem",    "xlog_atoh",          "xlog_close_file", "xlog_compress_file",
+    "xlog_delete_logs",  "xlog_error_handler", "xlog_find_comp_log", "xlog_free_mem",   "xlog_get_standard",
+    "xlog_init_file",    "xlog_match_eventid", "xlog_match_pattern", "xlog_match_time", "xlog_open_file",
+    "xlog_process_init", "xlog_sig_handler",   "xlog_stage_one"};
 constexpr const char* kUnprobedFamilies[] = {"xact_", "xcsf_"};
 const std::set<std::string> kData = {"err_info",           "err_list",   "xdfc_file_req",
                                      "xlog_error_pending", "xlog_qrlse", "xlog_sig_flag"};

@@ -72,6 +72,21 @@ TEST_F(FullDisk, RecordsUntilItIsFullAndLosesNothing) {
   EXPECT_EQ(read_all().size(), taken + 1);
 }
 
+TEST_F(FullDisk, ALogGoesOnThoughNeitherItsCopyNorTheFinishedFileHasSpace) {
+  write_file(console_path() + "wexoinit.trm", "9 x\n20 x\n9 x\n9 x\n0 x\n5 x\n2 x\n");
+  for (const int spare_pages : {6, 1}) {  // beside the largest log
+    for (uint16_t i = 0; i < 40; ++i) {
+      ASSERT_EQ(record({.user = i, .blocks = {{0x10, noise(3000)}}}), std::make_pair(0, 0u)) << i;
+      if (i == 9) fill(10 + spare_pages - used_pages());
+    }
+    EXPECT_EQ(check_log(data_path("wexolog.log")), 0);
+    EXPECT_FALSE(exists(data_path("wexolog.log.new")) || exists(data_path("wexocom0.log.init")));
+    auto logs = read_all();
+    std::erase_if(logs, [](const ReadLog& log) { return log.eventid.classes != 0x33; });
+    for (size_t i = 0; i < 5; ++i) EXPECT_EQ(logs[i].eventid.user, 39 - i);
+  }
+}
+
 TEST_F(FullDisk, ANewLogIsMadeWholeOrNotAtAll) {
   fill(0);
   EXPECT_EQ(record({}).sysrc, 8);

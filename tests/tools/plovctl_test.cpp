@@ -310,4 +310,23 @@ TEST(Plovctl, ShowsTheTraceOfItsCalls) {
   EXPECT_THAT(plovctl("trace -n 5000 --level T --grep 'event name'").out, IsEmpty());
 }
 
+TEST(Plovctl, GoesBackThroughTheCopies) {
+  test::write_file(test::console_path() + "wexoinit.trm", "9 x\n9 x\n9 x\n9 x\n0 x\n2 x\n20 x\n");
+  test::LogFile log;
+  log.header.max_file_size = 2;
+  log.add({.name = "event 0"});
+  test::write_file("noise", test::noise(200));
+  write_log(log.bytes());
+  // Equal lengths, so that only what an event is tells the copies apart.
+  for (int i = 1; i < 60; ++i)
+    ASSERT_EQ(
+        plovctl("record --class 1 --type 1 --block-file 0x10=noise --name 'event " + std::to_string(i) + "'").exit, 0);
+  ASSERT_TRUE(test::exists(test::data_path("wexocom2.log")));
+  std::vector<std::string> expected;
+  for (int i = 60; i-- > 0;) expected.push_back("event " + std::to_string(i));
+  EXPECT_THAT(show("--class 1").names(), testing::SizeIs(testing::Lt(30u)));
+  EXPECT_EQ(show("--all --class 1").names(), expected);
+  EXPECT_EQ(plovctl("show --all --follow").exit, 2);
+}
+
 }  // namespace

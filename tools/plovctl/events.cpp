@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "copies.h"
 #include "escape.h"
 #include "expand.h"
 #include "failure.h"
@@ -152,10 +153,28 @@ EventList EventList::fetch(const LogName& log, const Selection& selection, uint3
 
 EventList EventList::salvage(Bytes file) {
   EventList list;
+  list.add_logs(file, 0);
+  return list;
+}
+
+EventList EventList::fetch_with_copies(const LogName& log) {
+  EventList list;
+  const LogLock lock;
+  CopyWalk walk(log);
+  for (bool more = true; more;) {
+    const std::vector<uint8_t>& bytes = list.files_.emplace_back(walk.read());
+    uint32_t above = 0;
+    more = walk.enter_copy(bytes, &above);
+    list.add_logs(bytes, above);
+  }
+  return list;
+}
+
+void EventList::add_logs(Bytes file, uint32_t above) {
   const std::optional<xlog_file_header> header = load_file_header(file);
-  if (!header) return list;
+  if (!header) return;
   const LogLayout layout = lay_out(file, *header);
-  for (auto offset = layout.logs.rbegin(); offset != layout.logs.rend(); ++offset) {
+  for (auto offset = layout.logs.rbegin(); offset != layout.logs.rend() && *offset > above; ++offset) {
     const LoadedLog log = load_log(file, *offset, layout.end);
     if (log.info.log_flags == XLOG_LOG_DELETED) continue;
     Event event;
@@ -169,13 +188,12 @@ EventList EventList::salvage(Bytes file) {
       if (data + entry.block_size > *offset + uint64_t{log.info.total_log_size}) break;
       Bytes bytes = file.subspan(data, entry.block_size);
       if ((log.info.log_flags & XLOG_LOG_STORED_FORM) && entry.block_id != XLOG_MODIFY_BLOCK_ID)
-        bytes = list.expanded_.emplace_back(expand_block(bytes).bytes);
+        bytes = expanded_.emplace_back(expand_block(bytes).bytes);
       event.blocks.push_back({entry.block_id, bytes});
       data += entry.block_size;
     }
-    list.events.push_back(std::move(event));
+    events.push_back(std::move(event));
   }
-  return list;
 }
 
 void EventList::apply(const Selection& selection, size_t maximum) {

@@ -62,15 +62,19 @@ class EventList {
   static EventList fetch(const LogName& log, const Selection& selection, uint32_t maximum);
   // Every readable log of a file, whatever the state of its links.
   static EventList salvage(Bytes file);
+  // Every log of the file and, behind each "logcomp" event, what the compressed copy holds that was made then.
+  static EventList fetch_with_copies(const LogName& log);
 
   void apply(const Selection& selection, size_t maximum);  // keeps the newest `maximum` matches, 0 for all
 
  private:
+  void add_logs(Bytes file, uint32_t above);  // those behind this offset, newest first
+
   struct Release {
     void operator()(xlog_retrieve_block* block) const;
   };
   std::unique_ptr<xlog_retrieve_block, Release> retrieved_;
-  std::list<std::vector<uint8_t>> expanded_;
+  std::list<std::vector<uint8_t>> expanded_, files_;
 };
 
 }  // namespace plov::ctl

@@ -27,7 +27,7 @@ struct Options {
   std::string name, since, until, grep, target, timeout;
   std::optional<uint32_t> count;
   uint32_t until_match = 0;
-  bool oldest_first = false, hexdump = false, follow = false, exit_empty = false, no_pager = false;
+  bool oldest_first = false, hexdump = false, follow = false, all = false, exit_empty = false, no_pager = false;
 };
 
 template <typename Value>
@@ -113,7 +113,8 @@ class Show {
     }
     if (options_.follow) return follow();
     // The library may stop at the limit only when nothing it selects is taken away afterwards.
-    EventList list = EventList::fetch(log_, selection_, selection_.library_decides() ? limit() : 0);
+    EventList list = options_.all ? EventList::fetch_with_copies(log_)
+                                  : EventList::fetch(log_, selection_, selection_.library_decides() ? limit() : 0);
     list.apply(selection_, limit());
     print_all(list, options_.oldest_first);
     if (printed_ == 0 && options_.exit_empty) session_.result = kNothing;
@@ -261,6 +262,7 @@ void add_show(CLI::App& app, Session& session) {
       ->allow_extra_args(false);
   verb->add_option("--file", options->target, "A log by its name: log (the main log), e4, !wexocom0.log, !PATH")
       ->type_name("LOG");
+  verb->add_flag("--all", options->all, "Go on into the compressed copies");
   verb->add_flag("--hex", options->hexdump, "Dump the blocks; with --json: add their bytes in hexadecimal");
   verb->add_flag("-f,--follow", options->follow, "Show the last 10 (or -n) events, then new ones as they come");
   add_number(*verb, "--until-match", options->until_match, "Follow: end after this many new events");
@@ -275,6 +277,7 @@ void add_show(CLI::App& app, Session& session) {
   verb->callback([options, &session] {
     if (!options->follow && (options->until_match != 0 || !options->timeout.empty()))
       throw Usage("--until-match and --timeout need --follow");
+    if (options->follow && options->all) throw Usage("--all looks back, --follow ahead");
     if (!options->follow && options->count == 0u) throw Usage("-n 0 needs --follow");
     Show(*options, session).run();
   });

@@ -1,0 +1,275 @@
+// A process that dies at each step of making room in turn, and one whose disk is full at each step. A process of the
+// other word size then reads the log; the next event must find the file that an undisturbed process would have left.
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <map>
+
+#include "support/child.h"
+#include "support/doubles.h"
+#include "support/files.h"
+#include "support/log_calls.h"
+#include "support/worker.h"
+
+using namespace test;
+
+namespace {
+
+enum class Cut { before, half, after, no_space };
+
+int countdown;  // calls until death, 0: none
+Cut cut;
+FILE* image;         // the stream of the finished file beside the log
+bool image_refused;  // the disk takes none
+
+[[noreturn]] void die() {
+  kill(getpid(), SIGKILL);
+  for (;;) pause();
+}
+
+// `failure` is what the call gives on a full disk.
+template <class Result, class Call>
+Result step(Result failure, Call call) {
+  const bool last = countdown > 0 && --countdown == 0;
+  if (last && cut == Cut::no_space) return errno = ENOSPC, failure;
+  if (last && cut == Cut::before) die();
+  const Result result = call();
+  if (last) die();
+  return result;
+}
+
+}  // namespace
+
+extern "C" {
+
+size_t fwrite(const void* bytes, size_t size, size_t count, FILE* stream) {
+  if (image_refused && stream == image) return errno = ENOSPC, 0;
+  if (countdown == 1 && cut == Cut::half) {
+    REAL(fwrite)(bytes, 1, size * count / 2, stream);
+    REAL(fflush)(stream);
+    die();
+  }
+  return step(size_t{0}, [&] { return REAL(fwrite)(bytes, size, count, stream); });
+}
+
+FILE* fopen(const char* path, const char* mode) {
+  FILE* const stream = step<FILE*>(nullptr, [&] { return REAL64(fopen)(path, mode); });
+  if (strstr(path, ".new"))
+    image = stream;
+  else if (stream == image)
+    image = nullptr;
+  return stream;
+}
+
+int open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = flags & O_CREAT ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return step(-1, [&] { return REAL64(open)(path, flags, mode); });
+}
+
+size_t fread(void* bytes, size_t size, size_t count, FILE* stream) {
+  return step(size_t{0}, [&] { return REAL(fread)(bytes, size, count, stream); });
+}
+
+int fflush(FILE* stream) {
+  return step(EOF, [&] { return REAL(fflush)(stream); });
+}
+
+int fclose(FILE* stream) {
+  return step(EOF, [&] { return REAL(fclose)(stream); });
+}
+
+int fseeko(FILE* stream, off_t offset, int whence) {
+  return step(-1, [&] { return REAL64(fseeko)(stream, offset, whence); });
+}
+
+int ftruncate(int file, off_t size) {
+  return step(-1, [&] { return REAL64(ftruncate)(file, size); });
+}
+
+int rename(const char* from, const char* to) {
+  return step(-1, [&] { return REAL(rename)(from, to); });
+}
+
+int unlink(const char* path) {
+  return step(-1, [&] { return REAL(unlink)(path); });
+}
+
+// The time stands still, so that files can be compared.
+int clock_nanosleep(clockid_t, int, const struct timespec*, struct timespec*) {
+  return 0;
+}
+
+time_t time(time_t*) {
+  return 1'700'000'000;
+}
+
+int gettimeofday(struct timeval* now, void*) {
+  *now = {1'700'000'000, 0};
+  return 0;
+}
+}
+
+namespace {
+
+const std::string kLog = data_path("wexolog.log");
+const Event kEvent = {.classes = 0x13, .user = 1000, .blocks = {{0x20, noise(700)}}};
+
+using Files = std::map<std::string, std::string>;
+
+Files files() {
+  Files all;
+  for (const auto& entry : std::filesystem::directory_iterator(data_path("")))
+    all[entry.path()] = read_file(entry.path());
+  return all;
+}
+
+void put_back(const Files& all) {
+  for (const auto& entry : std::filesystem::directory_iterator(data_path(""))) remove(entry.path().c_str());
+  for (const auto& [path, bytes] : all) {
+    write_file(path, bytes);
+    chmod(path.c_str(), 0600);
+  }
+}
+
+// A log of 20 KB with 300 bytes left; some types have a keep count, some classes a priority.
+LogFile nearly_full() {
+  LogFile file;
+  file.header.max_file_size = 10;
+  for (uint16_t i = 0; file.header.file_size < 20000; ++i)
+    file.add({.eventid = {static_cast<uint8_t>(0x10 + i % 4), static_cast<uint8_t>(i % 2), i},
+              .blocks = {stored(0x20, noise(60 + i * 37 % 200))}});
+  return file;
+}
+
+class RoomCrash : public testing::Test {
+ protected:
+  void SetUp() override {
+    write_file(console_path() + "wexoinit.trm",
+               "9 x\n9 x\n9 x\n9 x\n0 x\n100 x\n2 x\nC 10\n * 9 1\n 01 3\nC 12\n * 99 2\n");
+    mkdir(data_path("").c_str(), 0700);
+    before_ = {{kLog, nearly_full().bytes()}};
+    put_back(before_);
+    ASSERT_EQ(record(kEvent).sysrc, 0);
+    after_ = read_file(kLog);
+    ASSERT_LT(after_.size(), 15000u);
+  }
+
+  // The k-th call of `work` ends the child, or fails. False when there is none.
+  bool disturbed(int k, Cut how, const std::function<int()>& work, int* result = nullptr) {
+    const int end = in_child([&] {
+      countdown = k;
+      cut = how;
+      const int worked = work();
+      return countdown > 0 ? 100 : worked;
+    });
+    if (result) *result = end;
+    EXPECT_TRUE(end < 101 || end == 1000 + SIGKILL) << end;
+    return end != 100;
+  }
+
+  // A reader of the other word size repairs, if there is something to repair; then the event is recorded, unless it is
+  // there already.
+  void expect_the_same_in_the_end(const std::string& where) {
+    Process reader(other_abi_program("log_reader"));
+    EXPECT_EQ(reader.wait(), 0) << where;
+    EXPECT_EQ(check_log(kLog), 0) << where;
+    EXPECT_FALSE(exists(kLog + ".new")) << where;
+    if (read_file(kLog) != after_) {
+      EXPECT_EQ(record(kEvent).sysrc, 0) << where;
+    }
+    EXPECT_TRUE(read_file(kLog) == after_) << where;
+    ++points_;
+  }
+
+  bool half_done() {
+    xlog_file_header header = {};
+    const std::string bytes = read_file(kLog);
+    memcpy(&header, bytes.data(), sizeof header);
+    return header.file_flags & XLOG_FILE_PRUNE_IN_PROGRESS;
+  }
+
+  Files before_;
+  std::string after_;
+  int points_ = 0;
+};
+
+int record_it() {
+  return record(kEvent).sysrc;
+}
+
+TEST_F(RoomCrash, KilledAtEachStepAndAgainAtEachStepOfTheRepair) {
+  int repairs = 0;
+  for (const Cut how : {Cut::before, Cut::half, Cut::after})
+    for (int k = 1; !HasFailure(); ++k) {
+      put_back(before_);
+      if (!disturbed(k, how, record_it)) break;
+      const std::string where = "call " + std::to_string(k) + ", cut " + std::to_string(static_cast<int>(how));
+      const Files left = files();
+      if (half_done()) {
+        ++repairs;
+        for (const Cut again : {Cut::before, Cut::half, Cut::after})
+          for (int j = 1; !HasFailure(); ++j) {
+            put_back(left);
+            if (!disturbed(j, again, [] { return read_all().empty() ? 8 : 0; })) break;
+            expect_the_same_in_the_end(where + ", then call " + std::to_string(j));
+          }
+        put_back(left);
+      }
+      expect_the_same_in_the_end(where);
+    }
+  printf("%d crash points, %d of them with a repair to be done\n", points_, repairs);
+  EXPECT_GE(repairs, 4);
+  EXPECT_GE(points_, 300);
+}
+
+// One step fails; whatever its code, the next record leads to the same file.
+TEST_F(RoomCrash, ADiskThatIsFullOnceAtEachStep) {
+  for (int k = 1; !HasFailure(); ++k) {
+    put_back(before_);
+    int result;
+    if (!disturbed(k, Cut::no_space, record_it, &result)) break;
+    EXPECT_TRUE(result == 0 || result == 8) << k;
+    expect_the_same_in_the_end("failing call " + std::to_string(k));
+  }
+  printf("%d failing calls\n", points_);
+  EXPECT_GE(points_, 60);
+}
+
+// Without space for the finished file the logs are moved where they lie. The file is then as long and as good.
+TEST_F(RoomCrash, ADiskWithoutSpaceForTheFinishedFile) {
+  put_back(before_);
+  image_refused = true;
+  EXPECT_EQ(record(kEvent), std::make_pair(0, 0u));
+  EXPECT_TRUE(read_file(kLog) == after_);
+  int given_up = 0;
+  for (int k = 1; !HasFailure(); ++k, ++points_) {
+    put_back(before_);
+    int result;
+    if (!disturbed(k, Cut::no_space, record_it, &result)) break;
+    EXPECT_TRUE(result == 0 || result == 8) << k;
+    const bool moved_without_header = half_done() && record_it() == 8;
+    given_up += moved_without_header;
+    if (moved_without_header) continue;
+    EXPECT_EQ(record_it(), 0) << k;
+    EXPECT_EQ(check_log(kLog), 0) << k;
+  }
+  EXPECT_GE(points_, 60);
+  // A second failure, of the header behind the moved logs, leaves a file that no longer tells where it ends.
+  EXPECT_LE(given_up, 3);
+}
+
+}  // namespace
