@@ -326,6 +326,65 @@ PLOV_API int32_t xlog_match_time(uint16_t options, const xlog_timestamp* start, 
                                  xlog_timestamp* log);
 PLOV_API int32_t xlog_match_pattern(const xlog_pattern* patterns, const xlog_block_entry* blocks);
 
+/* Purging, pruning, trimming. */
+
+#define XLOG_PURGE_FILE (-1) /* the whole file */
+
+typedef struct PLOV_PACKED xlog_purge_block {
+  int32_t count;        /* of classes, 0 to 256; or XLOG_PURGE_FILE */
+  uint8_t classes[256]; /* the first `count` are purged */
+  char target_session[2048];
+} xlog_purge_block;
+
+/* `comprc` values of xlog_log_purge; of a pair the first is for an error that the stream reports. */
+#define XLOG_PURGE_BAD_COUNT 0x4102u
+#define XLOG_PURGE_BAD_CLASSES 0x4103u /* the block cannot be read */
+#define XLOG_PURGE_BAD_LINK 0x4203u    /* a link of a class does not point to an older log of it */
+#define XLOG_PURGE_MARK_ERROR 0x4412u  /* writing the marks */
+#define XLOG_PURGE_MARK_SHORT 0x4413u
+#define XLOG_PURGE_HEADER_ERROR 0x450Cu /* reading log headers */
+#define XLOG_PURGE_HEADER_SHORT 0x450Du
+#define XLOG_PURGE_FILE_HEADER_ERROR 0x4512u
+#define XLOG_PURGE_FILE_HEADER_SHORT 0x4513u
+#define XLOG_PURGE_DELETE_FAILED 0x4800u
+#define XLOG_PURGE_NO_LOCK 0x4901u
+
+/*
+ * Deletes the logs of classes and closes the gaps; with count 0 only those are closed that are there. With
+ * XLOG_PURGE_FILE removes the file and, whatever its name, the saved and the compressed copies of the main log; a file
+ * that does not exist is success. Records a "LOGPURGE" system event in the main log, of a whole file with its name as
+ * the variable. Result and `comprc` are those of the first failure, or of the event's recording.
+ */
+PLOV_API int32_t xlog_log_purge(const xlog_purge_block* block, uint32_t* comprc);
+
+/*
+ * Brings the log "e4" down to a fifth of its size when it is larger, oldest logs first, and records a "BRELECLOG" event
+ * in it. Takes the file's own lock, not the log lock. Result 0, or that of the failing step, which the trace names.
+ */
+PLOV_API int32_t xlog_e4_prune(void);
+
+/* The same as a native method: JNIEnv* and jobject are not looked at. */
+PLOV_API int32_t Java_com_zanth_vemra_base_brellogs_WriteData_jniPruneE4Log(void* environment, void* object);
+
+/* Bytes of a trimmed copy, at most, beside the event that tells of its pruning. */
+#define XLOG_TRIM_SIZE 1400000u
+
+#define XLOG_TRIM_BAD_NAME 0x4104u /* the destination's name cannot be read */
+
+/*
+ * Copies the main log, or "wexocalt.log" when the destination's name has that in it, to `destination`, a file name as
+ * xdfc_file_copy takes it; a log larger than XLOG_TRIM_SIZE loses its oldest events in the copy. Uses "wexotsd.log".
+ * A log whose header says that it holds less than would have to go is not copied, which is success.
+ */
+PLOV_API int32_t xlog_trim_log(const char* destination, uint32_t* comprc);
+
+/*
+ * The same for Java, through the native bridge: the request's first argument is a byte array with the destination's
+ * name. A failure is reported to Java with a message and both codes. Result: that of xnbSetIntResult.
+ */
+struct xnb_request;
+PLOV_API int32_t xlogTrimLog(struct xnb_request* request);
+
 /* The block codec. */
 
 /* Input, and output with its capacity; the output length comes back as the bytes produced. */
@@ -528,6 +587,8 @@ PLOV_AT(xlog_log_request, timestamp, 6);
 PLOV_AT(xlog_log_request, event_name, 11);
 PLOV_AT(xlog_log_request, target_session, 23);
 PLOV_AT(xlog_log_request, data, 2072);
+PLOV_SIZE(xlog_purge_block, 2308);
+PLOV_AT(xlog_purge_block, target_session, 260);
 PLOV_AT(xlog_system_event, user, 4);
 PLOV_AT(xlog_system_event, event_name, 6);
 PLOV_AT(xlog_system_event, target_session, 18);

@@ -11,13 +11,19 @@
 #pragma weak xnbCreateArrayI
 #pragma weak xnbCreateNamedStringFromUTF8
 #pragma weak xnbGetAllocaLen
+#pragma weak xnbGetArrayLength
+#pragma weak xnbGetByteArrayElements
 #pragma weak xnbGetLastStatus
+#pragma weak xnbGetObjectArgument
 #pragma weak xnbGetStringAsUTF8
 #pragma weak xnbInstantiateObjectI
 #pragma weak xnbReleaseObjectReference
 #pragma weak xnbReleaseString
 #pragma weak xnbSaveStatus
 #pragma weak xnbSetByteArrayElements
+#pragma weak xnbSetIntResult
+#pragma weak xnbSetNativeFunctionError
+#pragma weak xnbSetReturnCodes
 #pragma weak xnbUnloadAlloca
 
 #if __has_include("xsim.h")

@@ -246,6 +246,9 @@ std::vector<Argument> arguments(Good& g) {
       BAD_IN(xlog_append_event_data, "texts", input, sizeof(char*), 1019,
              append_to(g.buffer, {"bundle", "key", 1, p}, rc)),
 
+      BAD(xlog_log_purge, "block", input, sizeof(xlog_purge_block), 0x4103, p),
+      BAD(xlog_trim_log, "destination", string, 0, 0x4104, p),
+
       BAD(xmis_spawn_pgm, "parameters", output, sizeof(xmis_spawn_parameters), 1, p),
       BAD_IN(xmis_spawn_pgm, "program", string, 0, 3, spawn_with(p, argv, nullptr, rc)),
       BAD_IN(xmis_spawn_pgm, "envp", output, sizeof *argv, 4,
@@ -256,10 +259,13 @@ std::vector<Argument> arguments(Good& g) {
 
 // Called by the log manager's own functions and by callers who promise good memory: they probe nothing, and say so.
 const std::set<std::string> kUnprobed = {
-    "xdfc_fixpathcase",  "xlog_access_sem",    "xlog_atoh",          "xlog_close_file", "xlog_compress_file",
-    "xlog_delete_logs",  "xlog_error_handler", "xlog_find_comp_log", "xlog_free_mem",   "xlog_get_standard",
-    "xlog_init_file",    "xlog_match_eventid", "xlog_match_pattern", "xlog_match_time", "xlog_open_file",
-    "xlog_process_init", "xlog_sig_handler",   "xlog_stage_one"};
+    "xdfc_fixpathcase",   "xlog_access_sem",    "xlog_atoh",
+    "xlog_close_file",    "xlog_compress_file", "xlog_delete_logs",
+    "xlog_error_handler", "xlog_find_comp_log", "xlog_free_mem",
+    "xlog_get_standard",  "xlog_init_file",     "xlog_match_eventid",
+    "xlog_match_pattern", "xlog_match_time",    "xlog_open_file",
+    "xlog_process_init",  "xlog_sig_handler",   "xlog_stage_one",
+    "xlog_e4_prune",      "xlogTrimLog",        "Java_com_zanth_vemra_base_brellogs_WriteData_jniPruneE4Log"};
 constexpr const char* kUnprobedFamilies[] = {"xact_", "xcsf_"};
 const std::set<std::string> kData = {"err_info",           "err_list",   "xdfc_file_req",
                                      "xlog_error_pending", "xlog_qrlse", "xlog_sig_flag"};

@@ -27,6 +27,7 @@ constexpr const char* kRecord = "xlog_record";
 constexpr const char* kSysevent = "xlog_sysevent";
 constexpr const char* kE4Sysevent = "xlog_e4_sysevent";
 constexpr const char* kEventData = "xlog_append_event_data";
+constexpr const char* kPurge = "xlog_log_purge";
 constexpr const char* kRetrieve = "xlog_retrieve";
 constexpr const char* kFree = "xlog_free";
 constexpr const char* kEncode = "xlog_mem_encode";
@@ -112,6 +113,24 @@ constexpr Code kCodes[] = {
     {Family::xlog, XLOG_EVENT_DATA_BAD_TEXT, "XLOG_EVENT_DATA_BAD_TEXT", kEventData, "a variable's text cannot be read", kCaller},
     {Family::xlog, XLOG_EVENT_DATA_NO_VARIABLE_ROOM, "XLOG_EVENT_DATA_NO_VARIABLE_ROOM", kEventData, "no room for a variable",
      kCaller},
+
+    {Family::xlog, XLOG_PURGE_BAD_COUNT, "XLOG_PURGE_BAD_COUNT", kPurge, "the number of classes is not -1 to 256",
+     "Correct the calling program."},
+    {Family::xlog, XLOG_PURGE_BAD_CLASSES, "XLOG_PURGE_BAD_CLASSES", kPurge, "the purge block cannot be read", kCaller},
+    {Family::xlog, XLOG_PURGE_BAD_LINK, "XLOG_PURGE_BAD_LINK", kPurge,
+     "a link of a purged class does not point to an older log of it", kDamage},
+    {Family::xlog, XLOG_PURGE_MARK_ERROR, "XLOG_PURGE_MARK_ERROR", kPurge, "marking the purged logs failed", kDisk},
+    {Family::xlog, XLOG_PURGE_MARK_SHORT, "XLOG_PURGE_MARK_SHORT", kPurge, "the marks of the purged logs were written short",
+     kDisk},
+    {Family::xlog, XLOG_PURGE_HEADER_ERROR, "XLOG_PURGE_HEADER_ERROR", kPurge, "reading the log headers of a class failed", kDisk},
+    {Family::xlog, XLOG_PURGE_HEADER_SHORT, "XLOG_PURGE_HEADER_SHORT", kPurge, "a log header of a class is cut off", kDamage},
+    {Family::xlog, XLOG_PURGE_FILE_HEADER_ERROR, "XLOG_PURGE_FILE_HEADER_ERROR", kPurge, "reading the file header failed", kDisk},
+    {Family::xlog, XLOG_PURGE_FILE_HEADER_SHORT, "XLOG_PURGE_FILE_HEADER_SHORT", kPurge,
+     "the file is shorter than its header", kDamage},
+    {Family::xlog, XLOG_PURGE_DELETE_FAILED, "XLOG_PURGE_DELETE_FAILED", kPurge, "the file could not be removed",
+     "The reason is an errno, in the trace: look at the directory's mode and owner."},
+    {Family::xlog, XLOG_PURGE_NO_LOCK, "XLOG_PURGE_NO_LOCK", kPurge, "the log lock could not be taken for a purge", kLock},
+    {Family::xlog, XLOG_TRIM_BAD_NAME, "XLOG_TRIM_BAD_NAME", "xlog_trim_log", "the destination's name cannot be read", kCaller},
 
     {Family::xlog, XLOG_RETRIEVE_BAD_BLOCK, "XLOG_RETRIEVE_BAD_BLOCK", kRetrieve, "the retrieve block is not usable memory",
      kCaller},

@@ -41,6 +41,9 @@ int run(int argc, char** argv) {
   add_info(app, session);
   add_check(app, session);
   add_dump(app, session);
+  add_purge(app, session);
+  add_prune(app, session);
+  add_trim(app, session);
   add_path(app, session);
   add_trace(app, session);
   add_explain(app, session);

@@ -25,10 +25,13 @@ void add_explain(CLI::App& app, Session& session);
 void add_info(CLI::App& app, Session& session);
 void add_init(CLI::App& app, Session& session);
 void add_path(CLI::App& app, Session& session);
+void add_prune(CLI::App& app, Session& session);
+void add_purge(CLI::App& app, Session& session);
 void add_record(CLI::App& app, Session& session);
 void add_show(CLI::App& app, Session& session);
 void add_spawn(CLI::App& app, Session& session);
 void add_trace(CLI::App& app, Session& session);
+void add_trim(CLI::App& app, Session& session);
 
 inline void add_json(CLI::App& verb, Session& session) {
   verb.add_flag("--json", session.json, "One JSON object a line");
