@@ -8,7 +8,7 @@ namespace plov::files {
 
 // Writes `value` right-aligned into buf[0] to buf[width - 1], no NUL. Positions left of the number keep what the caller
 // put there; digits that do not fit are dropped from the left.
-void putldn(char* buf, uint32_t value, uint32_t width);
+void putldn(char* buf, uint64_t value, uint32_t width);
 
 }  // namespace plov::files
 

@@ -12,8 +12,10 @@ inline constexpr int32_t kHardErrorStatfs = 3;
 inline constexpr int32_t kHardErrorSize = 6;
 inline constexpr int32_t kHardErrorDate = 7;
 inline constexpr int32_t kHardErrorOpen = 11;
+inline constexpr int32_t kHardErrorReadDirectory = 12;
 inline constexpr int32_t kHardErrorCopyWrite = 13;
 inline constexpr int32_t kHardErrorCopyRead = 14;
+inline constexpr int32_t kHardErrorOpenDirectory = 15;
 
 // Records the failure when `comprc_value` is the errno of a failing device. Result, the grade of the failing call: 8
 // for such an error, 2 for any other value. While this thread holds a lock under which nothing may be recorded, the

@@ -47,8 +47,22 @@ PLOV_BEGIN_DECLS
 #define XDFC_BAD_LENGTH 1028u
 #define XDFC_BAD_ARGUMENT_3 1029u
 #define XDFC_BAD_ARGUMENT_4 1030u
+#define XDFC_BUFFER_TOO_SMALL 1031u /* xdfc_list_file_mem: a name does not fit into what is left */
 #define XDFC_END_OF_FILE 1032u
 #define XDFC_DISK_FULL 1033u
+
+/* `comprc` values of xdfc_count_files and the remote emulations, which pass no errno on but ENAMETOOLONG: the trace has
+ * it. */
+#define XDFC_LIST_NO_WORKING_DIRECTORY 2u
+#define XDFC_LIST_OPEN_FAILED 3u    /* xdfc_count_files: the directory cannot be opened */
+#define XDFC_LIST_READ_FAILED 4u    /* xdfc_count_files: the directory cannot be read */
+#define XDFC_LIST_STAT_FAILED 5u    /* an entry cannot be looked at; it may have vanished */
+#define XDFC_LIST_GROW_FAILED 6u    /* the reply could not be enlarged */
+#define XDFC_LIST_NO_MEMORY 7u      /* the reply could not be allocated */
+#define XDFC_LIST_NOTHING 15u       /* xdfc_emul_ftp_nlst: no regular file matches */
+#define XDFC_LIST_EMPTY 521u        /* the directory yields no entry at all */
+#define XDFC_LIST_NO_DIRECTORY 549u /* the directory asked for cannot be read */
+#define XDFC_LIST_NO_PATH 557u      /* the directory of the files asked for cannot be read */
 
 /* Size of the buffer that xdfc_query_file_location fills. */
 #define XDFC_PATH_SIZE 512u
@@ -138,6 +152,56 @@ PLOV_API int32_t xdfc_query_file_date(const char* name, xdfc_file_date* date, ui
  * more than 2 GiB), kilobytes (at most 0x7FFFFFFF). `path` is not looked up. */
 PLOV_API int32_t xdfc_disk_space(const char* path, uint32_t* bytes_free, uint32_t* comprc);
 PLOV_API int32_t xdfc_disk_space2(const char* path, int32_t* kb_free, uint32_t* comprc);
+
+/*
+ * Listings. `pattern` is a path, not looked up in the path table, whose last component is a shell wildcard pattern (*,
+ * ?, [...]) for names; a relative one counts from the working directory. It is not empty, and its directory has at most
+ * 255 characters with the working directory in front, else XDFC_BAD_LENGTH. A "*" matches hidden names too, and in the
+ * first two functions "." and "..". Names are given as they are on disk, with whatever characters they hold.
+ */
+
+/*
+ * Writes a listing of every entry that matches, in the directory's own order, into `listfile`, a name as
+ * xdfc_search_file_open2 takes it: the count, left-aligned in 7 columns, and a line feed; then for each entry 78 bytes:
+ *    0 name, cut to 49     49 size, right-aligned in 10 (its last digits)     60 " mm-dd-yy"     70 " hh:mm"
+ *   76 "a" or "p"          77 line feed;                                      all else blank
+ * Date and time are those of the last status change, in local time, on a clock of 12 hours with midnight as 0. Of what
+ * cannot be looked at (a link to nowhere, a file that vanished) only the name is given. `pattern` has 1 to 255
+ * characters. Order of probes: comprc, pattern (1024), its length (1028), listfile (1026). Without a match
+ * XDFC_NO_ENTRY and no file is written. `comprc` is else the errno, a full disk being ENOSPC; the count is written then
+ * too.
+ */
+PLOV_API int32_t xdfc_list_file(const char* pattern, const char* listfile, uint32_t* comprc);
+
+/*
+ * Writes the names of all entries that match, each with its NUL, back to back into `buffer`, and their number to
+ * `*count`: 0 is success too. A name that does not fit into the `size` bytes gives XDFC_BUFFER_TOO_SMALL; those before
+ * it are there and counted. `pattern` has 1 to 255 characters. Order of probes: comprc, pattern (1024), its length
+ * (1028), buffer (1026), count (1029).
+ */
+PLOV_API int32_t xdfc_list_file_mem(const char* pattern, char* buffer, uint32_t size, uint32_t* count,
+                                    uint32_t* comprc);
+
+/*
+ * Counts the regular files that match, links to such included. A link to nowhere that matches is a failure
+ * (XDFC_LIST_STAT_FAILED), and after any failure `*count` is 0. Order of probes: comprc, count (1024), pattern (1026).
+ */
+PLOV_API int32_t xdfc_count_files(uint32_t* count, const char* pattern, uint32_t* comprc);
+
+/*
+ * The replies of a remote directory command (in the manner of "ls -l", with numbers for owner and group, block devices
+ * as "c") and of the FTP command NLST (the names of regular files, no links), sorted by name, a line feed behind each
+ * line. Directories are found, and names match, whatever their case. A pattern that names a directory means all that is
+ * in it. With a pattern NLST leaves out the hidden names that the pattern does not begin with a "." for.
+ *
+ * A long listing of a directory, or of all names ("*"), begins with "total " and the number of 512-byte blocks of all
+ * entries. One without a match is success with NULL, a name list without one XDFC_LIST_NOTHING.
+ *
+ * `*reply` is the caller's, to be freed with plovmemdebug_free; it is NULL when there is nothing, and after a failure
+ * holds what there was until then (free it too). Order of probes: comprc, pattern (1026), reply (1024).
+ */
+PLOV_API int32_t xdfc_emul_xrem_dir(char** reply, const char* pattern, uint32_t* comprc);
+PLOV_API int32_t xdfc_emul_ftp_nlst(char** reply, const char* pattern, uint32_t* comprc);
 
 PLOV_END_DECLS
 

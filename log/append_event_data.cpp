@@ -1,7 +1,7 @@
 // Event data: message references packed back to back into a caller's area, each behind its length. Every length is two
 // bytes, most significant first.
 #include "frame/call.h"
-#include "log/caller_memory.h"
+#include "frame/caller_memory.h"
 #include "xlog.h"
 #include "xtr.h"
 
@@ -51,7 +51,7 @@ class EventData {
   };
 
   bool take(void* copy, const void* from, size_t size, uint32_t code) {
-    return call_.readable(from, size, code) && (copy_from_caller(copy, from, size) || call_.refuse(code));
+    return call_.readable(from, size, code) && (frame::copy_from_caller(copy, from, size) || call_.refuse(code));
   }
   template <class T>
   bool take(T* copy, const T* from, uint32_t code) {
@@ -62,7 +62,7 @@ class EventData {
   bool take_text(const char* from, uint32_t code, Text* text) {
     if (!call_.text(from, code, &text->length)) return false;
     const uint32_t shown = text->length < sizeof text->shown ? text->length : sizeof text->shown - 1;
-    if (!copy_from_caller(text->shown, from, shown)) return call_.refuse(code);
+    if (!frame::copy_from_caller(text->shown, from, shown)) return call_.refuse(code);
     text->shown[shown] = '\0';
     text->caller = from;
     text->length &= 0xFFFF;
@@ -71,13 +71,13 @@ class EventData {
 
   bool put_length(uint8_t* place, uint32_t length, uint32_t code) {
     const uint8_t bytes[kLengthSize] = {static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length)};
-    return copy_to_caller(place, bytes, sizeof bytes) || call_.refuse(code);
+    return frame::copy_to_caller(place, bytes, sizeof bytes) || call_.refuse(code);
   }
 
   bool append_item(const Text& text, uint32_t code) {
     if (!call_.writable(cursor_, kLengthSize + text.length, code) || !put_length(cursor_, text.length, code))
       return false;
-    if (!copy_to_caller(cursor_ + kLengthSize, text.caller, text.length)) return call_.refuse(code);
+    if (!frame::copy_to_caller(cursor_ + kLengthSize, text.caller, text.length)) return call_.refuse(code);
     cursor_ += kLengthSize + text.length;
     return true;
   }
@@ -90,14 +90,14 @@ void append(frame::Call& call, const xlog_event_data_details* caller) {
   xlog_event_data_details details;
   uint8_t* area;
   if (!call.readable(caller, sizeof details, XLOG_EVENT_DATA_BAD_DETAILS)) return;
-  if (!copy_from_caller(&details, caller, sizeof details)) {
+  if (!frame::copy_from_caller(&details, caller, sizeof details)) {
     call.refuse(XLOG_EVENT_DATA_BAD_DETAILS);
     return;
   }
   xtr_trace("XLOG   F: passed in xlog_details_struct pointer = %p", static_cast<const void*>(caller));
   xtr_trace("XLOG   F: passed number of ltd data areas = %d (dec)", details.count);
   if (!call.writable(details.cursor, sizeof area, XLOG_EVENT_DATA_BAD_CURSOR)) return;
-  if (!copy_from_caller(&area, details.cursor, sizeof area)) {
+  if (!frame::copy_from_caller(&area, details.cursor, sizeof area)) {
     call.refuse(XLOG_EVENT_DATA_BAD_CURSOR);
     return;
   }
@@ -109,7 +109,7 @@ void append(frame::Call& call, const xlog_event_data_details* caller) {
   }
   // What was written before a failure stays, and the cursor stays behind it.
   uint8_t* const end = data.cursor();
-  if (!copy_to_caller(details.cursor, &end, sizeof end)) call.refuse(XLOG_EVENT_DATA_BAD_CURSOR);
+  if (!frame::copy_to_caller(details.cursor, &end, sizeof end)) call.refuse(XLOG_EVENT_DATA_BAD_CURSOR);
   xtr_trace("XLOG   F: current output data area pointer = %p", static_cast<void*>(end));
   xtr_trace("XLOG   D: appended data is ");
   xtr_dump_bytes(area, static_cast<uint32_t>(end - area));

@@ -2,8 +2,8 @@
 
 #include <string.h>
 
+#include "frame/caller_memory.h"
 #include "frame/probe.h"
-#include "log/caller_memory.h"
 
 namespace plov::log {
 namespace {
@@ -24,7 +24,7 @@ bool copy_block(const xlog_data_node& node, EventBlock** place) {
   if (!block) return false;
   *block = {nullptr, node.data_size, node.block_id};
   *place = block;
-  return copy_from_caller(block + 1, node.data_ptr, node.data_size);
+  return frame::copy_from_caller(block + 1, node.data_ptr, node.data_size);
 }
 
 }  // namespace
@@ -47,7 +47,7 @@ OwnedEvent copy_event(const xlog_log_request& request) {
   uint32_t count = 0;
   xlog_data_node node;
   for (const xlog_data_node* next = request.data; next; next = node.next) {
-    if (++count > XLOG_MAX_BLOCKS || !take_from_caller(&node, next, sizeof node) || !copy_block(node, place))
+    if (++count > XLOG_MAX_BLOCKS || !frame::take_from_caller(&node, next, sizeof node) || !copy_block(node, place))
       return nullptr;
     if (*place) place = &(*place)->next;
   }

@@ -3,7 +3,6 @@
 #define PLOV_LOG_EVENT_TEXT_H
 
 #include "log/event_copy.h"
-#include "log/not_linked.h"
 #include "xnb.h"
 
 namespace plov::log {

@@ -5,9 +5,9 @@
 #include <string.h>
 
 #include "frame/call.h"
+#include "frame/caller_memory.h"
 #include "frame/memory.h"
 #include "frame/probe.h"
-#include "log/caller_memory.h"
 #include "log/codec/codec.h"
 #include "log/new_log.h"
 #include "log/operation.h"
@@ -145,7 +145,7 @@ bool Recorder::list_caller_blocks() {
   uint32_t scratch;
   for (const xlog_data_node* node = request_.data; node;) {
     xlog_data_node& copy = nodes_[node_count_];
-    if (!take_from_caller(&copy, node, sizeof copy)) return refuse(XLOG_RECORD_BAD_NODE);
+    if (!frame::take_from_caller(&copy, node, sizeof copy)) return refuse(XLOG_RECORD_BAD_NODE);
     if (copy.data_size != 0 && frame::probe(copy.data_ptr, copy.data_size, frame::Access::read, &scratch) != 0)
       return refuse(XLOG_RECORD_BAD_DATA);
     // A full header is refused even when this was the last node.
@@ -236,7 +236,8 @@ bool Recorder::settle_size() {
     // that the file would grow with every event, the event is refused.
     if (!log_.fits(file_) && file_.file_size >= full_size) return refuse(XLOG_RECORD_NO_ROOM);
   }
-  if (!copy_to_caller(&caller_->timestamp, &timestamp_, sizeof timestamp_)) return refuse(XLOG_RECORD_BAD_REQUEST);
+  if (!frame::copy_to_caller(&caller_->timestamp, &timestamp_, sizeof timestamp_))
+    return refuse(XLOG_RECORD_BAD_REQUEST);
   offset_ = file_.file_size;
   log_.link(file_, timestamp_);
   return true;
@@ -260,7 +261,7 @@ bool Recorder::write_encoded(uint32_t entry, uint32_t size, uint16_t write_code,
 
 bool Recorder::write_caller_block(uint32_t entry, const xlog_data_node& node) {
   const uint32_t size = capped(node.data_size);
-  if (!copy_from_caller(input_.get() + 1, node.data_ptr, size)) return refuse(XLOG_RECORD_BAD_DATA);
+  if (!frame::copy_from_caller(input_.get() + 1, node.data_ptr, size)) return refuse(XLOG_RECORD_BAD_DATA);
   if (node.block_id == XLOG_MODIFY_BLOCK_ID)
     return written(write_here(stream(), input_.get() + 1, size), XLOG_RECORD_BLOCK_ERROR);
   return write_encoded(entry, size, XLOG_RECORD_BLOCK_ERROR, XLOG_RECORD_ENCODE_FAILED);
@@ -301,11 +302,11 @@ bool Recorder::make_visible() {
 // Our copy of the request: the caller's cannot change under us. Callers look for two classes under their stored ones,
 // in their own request too.
 bool take_request(xlog_log_request* request, xlog_log_request* copy) {
-  if (!take_from_caller(copy, request, sizeof *copy)) return false;
+  if (!frame::take_from_caller(copy, request, sizeof *copy)) return false;
   const uint8_t asked = copy->eventid.classes;
   if (asked != 0xAA && asked != 0x0A) return true;
   copy->eventid.classes = asked == 0xAA ? 0xE5 : 0xE4;
-  return copy_to_caller(&request->eventid.classes, &copy->eventid.classes, sizeof asked);
+  return frame::copy_to_caller(&request->eventid.classes, &copy->eventid.classes, sizeof asked);
 }
 
 void record(frame::Call& call, xlog_log_request* request) {

@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "frame/call.h"
-#include "log/caller_memory.h"
+#include "frame/caller_memory.h"
 #include "xlog.h"
 
 namespace plov::log {
@@ -25,11 +25,11 @@ ErrorDetail find_error_detail(const xlog_data_node* next) {
   ErrorDetail detail = {};
   xlog_data_node node;
   for (uint32_t i = 0; next && i < XLOG_MAX_BLOCKS; ++i, next = node.next) {
-    if (!take_from_caller(&node, next, sizeof node, frame::Access::read)) break;
+    if (!frame::take_from_caller(&node, next, sizeof node, frame::Access::read)) break;
     if (node.block_id != XLOG_ERROR_BLOCK_ID) continue;
     uint8_t bytes[sizeof detail] = {};
     const size_t size = std::min<size_t>(sizeof bytes, node.data_size);
-    if (size > 0 && take_from_caller(bytes, node.data_ptr, size, frame::Access::read))
+    if (size > 0 && frame::take_from_caller(bytes, node.data_ptr, size, frame::Access::read))
       memcpy(&detail, bytes, sizeof detail);
     break;
   }
@@ -52,7 +52,7 @@ int32_t xlog_report_error(const xlog_log_request* request, uint32_t* comprc) {
   frame::Call call("xlog_report_error", "XLOG   T: -> xlog_report_error", "XLOG   T: <- xlog_report_error", comprc);
   xlog_log_request copy;
   if (call.ok()) {
-    if (log::take_from_caller(&copy, request, sizeof copy, frame::Access::read))
+    if (frame::take_from_caller(&copy, request, sizeof copy, frame::Access::read))
       log::report(call, copy);
     else
       call.refuse(XLOG_RECORD_BAD_REQUEST);

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "frame/call.h"
-#include "log/caller_memory.h"
+#include "frame/caller_memory.h"
 #include "log/event_blocks.h"
 #include "xcsf.h"
 #include "xlog.h"
@@ -48,7 +48,7 @@ struct Blocks {
   bool take(const void* from, uint32_t size, uint32_t code, frame::Owned<uint8_t>* copy) {
     *copy = zeroed(size + 1);
     if (!*copy) return no_memory();
-    return copy_from_caller(copy->get(), from, size) || call.refuse(code);
+    return frame::copy_from_caller(copy->get(), from, size) || call.refuse(code);
   }
 
   // An unknown kind is kept as the bytes that it came with. The caller's node is only looked at: one without data
@@ -71,7 +71,7 @@ struct Blocks {
   bool add_variables(const xlog_variable* node) {
     uint32_t count = 0;
     for (xlog_variable variable; node; node = variable.next) {
-      if (!take_from_caller(&variable, node, sizeof variable)) return call.refuse(codes.node);
+      if (!frame::take_from_caller(&variable, node, sizeof variable)) return call.refuse(codes.node);
       // As the recorder would say; a chain that comes back to itself ends here.
       if (++count > EventBlocks::kMaxVariables) return call.refuse(XLOG_RECORD_TOO_MANY_BLOCKS);
       if (variable.length != 0 && !call.readable(variable.data, variable.length, codes.data)) return false;
@@ -102,7 +102,7 @@ void record(frame::Call& call, xlog_log_request* request, EventBlocks* blocks) {
 void sysevent(frame::Call& call, const xlog_system_event* caller) {
   xlog_system_event event;
   if (!call.readable(caller, sizeof event, XLOG_SYSEVENT_BAD_REQUEST)) return;
-  if (!copy_from_caller(&event, caller, sizeof event)) {
+  if (!frame::copy_from_caller(&event, caller, sizeof event)) {
     call.refuse(XLOG_SYSEVENT_BAD_REQUEST);
     return;
   }
@@ -125,7 +125,7 @@ void sysevent(frame::Call& call, const xlog_system_event* caller) {
 void e4_sysevent(frame::Call& call, xlog_e4_system_event* caller) {
   xlog_e4_system_event event;
   if (!call.ok()) return;
-  if (!take_from_caller(&event, caller, sizeof event)) {
+  if (!frame::take_from_caller(&event, caller, sizeof event)) {
     call.refuse(XLOG_E4_SYSEVENT_BAD_REQUEST);
     return;
   }

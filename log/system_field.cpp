@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "log/not_linked.h"
+#include "xsim.h"
 
 namespace plov::log {
 namespace {
@@ -12,16 +12,12 @@ namespace {
 // The map reads a whole field, as long as its definition file makes it: a longer one than this is none of ours.
 constexpr uint32_t kLargestField = 256;
 
-// In the map's words: without a value, of an impossible size.
-constexpr uint32_t kNoValue = 24;
-constexpr uint32_t kBadSize = 30;
-
 }  // namespace
 
 int32_t read_system_field(uint32_t id, void* value, size_t size, uint32_t* code) {
-  const uint32_t field_size = xsim_size ? xsim_size(id) : 0;
+  const uint32_t field_size = xsim_size(id);
   if (field_size == 0 || field_size > kLargestField) {
-    *code = field_size == 0 ? kNoValue : kBadSize;
+    *code = field_size == 0 ? XSIM_NOT_INITIALIZED : XSIM_TOO_MUCH_DATA;
     return 2;
   }
   uint8_t field[kLargestField] = {};

@@ -30,15 +30,12 @@ class Deletion {
       return failed(err_, XLOG_ERR_ROOM_NO_MEMORY, static_cast<uint32_t>(errno));
     Compaction compaction(*header_, file, end, err_);
     if (!compaction.mark(amounts) || !compaction.close_gaps()) return false;
-    if (put_beside(compaction.header(), file, logcomp != nullptr)) {
-      if (!mark_live()) return false;
-      if (image_.publish(err_)) {
-        *header_ = finished_;
-        if (logcomp) *logcomp = true;
-        return true;
-      }
-    } else if (!mark_live()) {
-      return false;
+    const bool beside = put_beside(compaction.header(), file, logcomp != nullptr);
+    if (!mark_live()) return false;
+    if (beside && image_.publish(err_)) {
+      *header_ = finished_;
+      if (logcomp) *logcomp = true;
+      return true;
     }
     return move_in_place(compaction, file);
   }

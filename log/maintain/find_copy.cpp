@@ -1,6 +1,4 @@
 // From a log of the file being read to the compressed copy that ends with it.
-#include <dirent.h>
-#include <fnmatch.h>
 #include <string.h>
 
 #include "frame/memory.h"
@@ -28,22 +26,16 @@ void forget() {
   copies = {};
 }
 
-// As many names as fit, in the directory's order.
+// As many names as fit, in the directory's order: more of them are a failure of the listing that leaves those there.
 void list_names() {
   copies.list = static_cast<char*>(PLOV_MALLOC(kListSize));
-  char directory[XDFC_PATH_SIZE];
+  char pattern[XDFC_PATH_SIZE + sizeof kPattern];
   uint32_t code = 0;
-  if (!copies.list || xdfc_query_file_location(kPattern, directory, &code) != 0) return;
-  DIR* const entries = opendir(directory);
-  if (!entries) return;
-  while (const dirent* entry = readdir(entries)) {
-    const auto size = static_cast<uint32_t>(strlen(entry->d_name)) + 1;
-    if (fnmatch(kPattern, entry->d_name, 0) != 0 || size > kListSize - copies.list_size) continue;
-    memcpy(copies.list + copies.list_size, entry->d_name, size);
-    copies.list_size += size;
-    ++copies.count;
-  }
-  closedir(entries);
+  if (!copies.list || xdfc_query_file_location(kPattern, pattern, &code) != 0) return;
+  strcat(pattern, kPattern);
+  xdfc_list_file_mem(pattern, copies.list, kListSize, &copies.count, &code);
+  for (uint32_t i = 0; i < copies.count; ++i)
+    copies.list_size += static_cast<uint32_t>(strlen(copies.list + copies.list_size)) + 1;
   xtr_dump_bytes(copies.list, copies.list_size);
 }
 

@@ -4,7 +4,7 @@
 #include <string.h>
 
 #include "frame/call.h"
-#include "log/caller_memory.h"
+#include "frame/caller_memory.h"
 #include "log/configuration.h"
 #include "log/maintain/failed.h"
 #include "log/maintain/loaded_file.h"
@@ -165,7 +165,7 @@ void record_purge(frame::Call& call, const char* removed) {
 void purge(frame::Call& call, const xlog_purge_block* caller) {
   xlog_purge_block request;
   if (!call.readable(caller, sizeof request, XLOG_PURGE_BAD_CLASSES)) return;
-  if (!copy_from_caller(&request, caller, sizeof request)) {
+  if (!frame::copy_from_caller(&request, caller, sizeof request)) {
     call.refuse(XLOG_PURGE_BAD_CLASSES);
     return;
   }

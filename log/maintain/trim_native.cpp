@@ -3,7 +3,6 @@
 
 #include "frame/memory.h"
 #include "log/maintain/trim.h"
-#include "log/not_linked.h"
 #include "xlog.h"
 #include "xnb.h"
 #include "xtr.h"

@@ -3,7 +3,6 @@
 
 #include "frame/call.h"
 #include "frame/deferred.h"
-#include "log/not_linked.h"
 #include "log/pa/event.h"
 #include "log/system_field.h"
 #include "xlog.h"
@@ -51,11 +50,9 @@ bool tell(const xlog_event_identity& event) {
     xtr_trace("XP11PA F: got a 0a 15 refcode don't call pa with it");
     return true;
   }
-  int32_t status = kNoBridge;
-  if (xnbCallStaticVoidMethod)
-    status =
-        xnbCallStaticVoidMethod("com.zanth.vemra.xfw.pa.util.LogListener", "handle", "BBSJ", int{event.eventid.classes},
-                                int{event.eventid.log_type}, int{event.eventid.user}, milliseconds);
+  const int32_t status =
+      xnbCallStaticVoidMethod("com.zanth.vemra.xfw.pa.util.LogListener", "handle", "BBSJ", int{event.eventid.classes},
+                              int{event.eventid.log_type}, int{event.eventid.user}, milliseconds);
   if (status == 0) return true;
   xtr_trace("XP11PA F: got an error call critical.");
   return keep(event, status);

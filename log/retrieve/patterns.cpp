@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "frame/caller_memory.h"
 #include "frame/memory.h"
-#include "log/caller_memory.h"
 #include "log/retrieve/cycle_watch.h"
 
 namespace plov::log {
@@ -11,7 +11,7 @@ namespace {
 
 bool probe_node(frame::Call& call, const xlog_pattern* node, xlog_pattern* copy) {
   if (!call.writable(node, sizeof *node, XLOG_RETRIEVE_BAD_PATTERN)) return false;
-  if (!copy_from_caller(copy, node, sizeof *copy)) return call.refuse(XLOG_RETRIEVE_BAD_PATTERN);
+  if (!frame::copy_from_caller(copy, node, sizeof *copy)) return call.refuse(XLOG_RETRIEVE_BAD_PATTERN);
   return copy->length == 0 || (call.readable(copy->data, copy->length, XLOG_RETRIEVE_BAD_PATTERN_DATA) &&
                                call.readable(copy->mask, copy->length, XLOG_RETRIEVE_BAD_PATTERN_MASK));
 }
@@ -27,9 +27,9 @@ xlog_pattern* copy_pattern(frame::Call& call, const xlog_pattern& caller) {
   xlog_pattern* own = static_cast<xlog_pattern*>(memory);
   uint8_t* bytes = reinterpret_cast<uint8_t*>(own + 1);
   *own = {compared, caller.block_id, bytes, bytes + compared, nullptr};
-  if (!copy_from_caller(bytes, caller.data, compared))
+  if (!frame::copy_from_caller(bytes, caller.data, compared))
     call.refuse(XLOG_RETRIEVE_BAD_PATTERN_DATA);
-  else if (!copy_from_caller(bytes + compared, caller.mask, compared))
+  else if (!frame::copy_from_caller(bytes + compared, caller.mask, compared))
     call.refuse(XLOG_RETRIEVE_BAD_PATTERN_MASK);
   return own;
 }

@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "frame/call.h"
+#include "frame/caller_memory.h"
 #include "frame/memory.h"
-#include "log/caller_memory.h"
 #include "log/operation.h"
 #include "log/retrieve/patterns.h"
 #include "log/retrieve/walk.h"
@@ -22,7 +22,7 @@ bool take_block_ids(frame::Call& call, const uint8_t* list, uint32_t count, Bloc
   uint8_t piece[4096];
   for (uint32_t done = 0, size; done < count; done += size) {
     size = std::min<uint32_t>(count - done, sizeof piece);
-    if (!copy_from_caller(piece, list + done, size)) return call.refuse(XLOG_RETRIEVE_BAD_ID_LIST);
+    if (!frame::copy_from_caller(piece, list + done, size)) return call.refuse(XLOG_RETRIEVE_BAD_ID_LIST);
     for (uint32_t i = 0; i < size; ++i) ids->set(piece[i]);
   }
   return true;
@@ -72,14 +72,15 @@ int32_t report(const Failure& failure, Operation& operation) {
 }
 
 bool hand_out(xlog_retrieve_block* block, const Found& found) {
-  return copy_to_caller(&block->count, &found.count, sizeof found.count) &&
-         copy_to_caller(&block->result, &found.entries, sizeof(void*));
+  return frame::copy_to_caller(&block->count, &found.count, sizeof found.count) &&
+         frame::copy_to_caller(&block->result, &found.entries, sizeof(void*));
 }
 
 // Our copy of the request: the caller's cannot change under us.
 bool take_request(frame::Call& call, xlog_retrieve_block* block, xlog_retrieve_block* copy) {
   return call.writable(block, sizeof *block, XLOG_RETRIEVE_BAD_BLOCK) &&
-         ((copy_from_caller(copy, block, sizeof *copy) && hand_out(block, {})) || call.refuse(XLOG_RETRIEVE_BAD_BLOCK));
+         ((frame::copy_from_caller(copy, block, sizeof *copy) && hand_out(block, {})) ||
+          call.refuse(XLOG_RETRIEVE_BAD_BLOCK));
 }
 
 Found retrieve(frame::Call& call, const xlog_retrieve_block& request, const Criteria& criteria) {

@@ -17,7 +17,10 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <iterator>
 #include <string>
+
+#include "map_source.h"
 
 namespace {
 
@@ -30,6 +33,14 @@ void copy_file(const std::string& from, const std::string& to) {
   std::ifstream in(from, std::ios::binary);
   std::ofstream out(to, std::ios::binary);
   if (!in || !(out << in.rdbuf())) fail(from.c_str());
+}
+
+// The map of system values, of its shipped source.
+void build_map_files(const std::string& config) {
+  std::ifstream source(PLOV_ETC_DIR "/ywkzsim.txt");
+  const plov::ctl::MapFiles map = plov::ctl::build_map({std::string(std::istreambuf_iterator<char>(source), {})});
+  if (!map.error.empty() || mkdir(config.c_str(), 0755) != 0) fail(map.error.c_str());
+  for (const auto& [name, bytes] : map.files) std::ofstream(config + name, std::ios::binary) << bytes;
 }
 
 void write_text(const char* path, const std::string& text) {
@@ -69,6 +80,8 @@ int main(int argc, char** argv) {
   if (mkdir(console.c_str(), 0755) != 0 || mkdir(work.c_str(), 0755) != 0) fail("mkdir");
   for (const char* name : {"ywkddfc.trm", "wexoinit.trm"})
     copy_file(std::string(PLOV_ETC_DIR "/") + name, console + name);
+  build_map_files(console + "config/");
+  copy_file(PLOV_ETC_DIR "/ywkzsfm.h", console + "config/ywkzsfm.h");
 
   pid_t child = fork();
   if (child < 0) fail("fork");

@@ -14,6 +14,7 @@
 namespace {
 
 using nlohmann::json;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -90,6 +91,18 @@ TEST(Plovctl, RecordsWhateverCanBeRead) {
   EXPECT_EQ(record("--block-file 1=- < .").exit, 1);
   EXPECT_EQ(record("--block-file 1=- <&-").exit, 1);
   EXPECT_EQ(record("--block-file 1=- --block-file 2=- < /dev/zero").exit, 2);
+}
+
+TEST(Plovctl, ListsFilesInEachForm) {
+  test::write_file("b", "12345");
+  test::write_file("a\n", "");
+  for (const char* form : {"--packed", "--file ./list"})
+    EXPECT_THAT(plovctl("ls --json '[ab]*' " + std::string(form)).names(), testing::UnorderedElementsAre("a\n", "b"));
+  EXPECT_EQ(plovctl("ls --count").out, "3\n");
+  EXPECT_THAT(plovctl("ls B").out, testing::ContainsRegex("^-rw.* 5 .* b\n$"));
+  EXPECT_EQ(plovctl("ls --json --file ./list b").objects().at(0).at("size"), "5");
+  EXPECT_THAT(plovctl("ls --packed 'a*'").out, "a\\n\n");
+  EXPECT_THAT(plovctl("ls none/").out, HasSubstr("comprc 549 (the directory asked for cannot be read)"));
 }
 
 TEST(Plovctl, SelectsByEverythingItOffers) {
@@ -229,6 +242,8 @@ TEST(Plovctl, LaysOutAConsoleDirectoryThatWorks) {
   ASSERT_EQ(plovctl("init " + root).exit, 0);
   EXPECT_EQ(test::read_file(root + "/ywkddfc.trm"), test::read_file(PLOV_SOURCE_DIR "/etc/ywkddfc.trm"));
   EXPECT_EQ(test::read_file(root + "/wexoinit.trm"), test::read_file(PLOV_SOURCE_DIR "/etc/wexoinit.trm"));
+  EXPECT_EQ(test::read_file(root + "/config/ywkzsim.dat"),
+            test::read_file(test::console_path() + "config/ywkzsim.dat"));
   EXPECT_EQ(plovctl("record --root " + root + " --class 3 --type 1 --file e4").exit, 0);
   EXPECT_TRUE(test::exists(root + "/data/wexoe4.log"));
   EXPECT_FALSE(test::exists(test::data_path("wexoe4.log")));
@@ -236,10 +251,55 @@ TEST(Plovctl, LaysOutAConsoleDirectoryThatWorks) {
   test::write_file(root + "/wexoinit.trm", "mine");
   EXPECT_EQ(plovctl("init " + root).exit, 1);
   EXPECT_EQ(test::read_file(root + "/wexoinit.trm"), "mine");
+  test::write_file(root + "/config/ywkzspr.dat", "kept");
   EXPECT_EQ(plovctl("init --force " + root).exit, 0);
+  EXPECT_EQ(test::read_file(root + "/config/ywkzspr.dat"), "kept");
   EXPECT_NE(test::read_file(root + "/wexoinit.trm"), "mine");
   EXPECT_THAT(plovctl("init /tmp/" + std::string(120, 'x')).out, HasSubstr("the path table has room for 94"));
   EXPECT_FALSE(test::exists("/tmp/" + std::string(120, 'x')));
+}
+
+TEST(Plovctl, BuildsReadsAndChangesTheMap) {
+  test::write_file("map.txt",
+                   "5 4 data 0x01020304 # a number\n6 8 persistent \"a # \\\"b\\x00\"\r\n7 3 permanent hex:00ffee\n"
+                   "\n  # nothing\n8 300 zero\n4001 2 data 7\n");
+  ASSERT_EQ(plovctl("sim build map.txt --out " + test::console_path() + "config").exit, 0);
+  EXPECT_THAT(plovctl("sim list").out,
+              AllOf(HasSubstr("5     4      data                16909060\n6     8      persistent          "),
+                    HasSubstr("7     3      permanent           hex:00ffee\n8     300    zero                hex:0000"),
+                    HasSubstr("00\n4001  2      data                7\n")));
+  EXPECT_EQ(plovctl("sim list --json --as text").objects()[1]["value"], R"("a # \"b")");
+  EXPECT_EQ(plovctl("sim get 7").out, "hex:00ffee\n");
+  EXPECT_EQ(plovctl("sim get 4001 --as hex").out, "hex:0700\n");
+  EXPECT_EQ(plovctl("sim size 8 --json").objects()[0]["size"], 300);
+  EXPECT_EQ(plovctl("sim set 6 '\"changed\"'").exit, 0);
+  EXPECT_EQ(test::read_file(test::console_path() + "config/ywkzspr.dat"),
+            std::string("\0\0\6\0\10\0changed\0\7\0\3\0\0\xff\xee", 21));
+  EXPECT_EQ(plovctl("sim lock 5").exit, 0);
+  EXPECT_THAT(plovctl("sim lock 5").out, HasSubstr("comprc 52 (the field is locked already)"));
+  EXPECT_EQ(plovctl("sim set 5 9").exit, 1);
+  EXPECT_EQ(plovctl("sim get 5").out, "16909060  (locked)\n");
+  EXPECT_EQ(plovctl("sim set 5 9 --override").exit, 0);
+  EXPECT_EQ(plovctl("sim unlock 5").exit, 1);
+  EXPECT_THAT(plovctl("sim get 10").out, HasSubstr("comprc 23"));
+  EXPECT_EQ(plovctl("sim set 5 0x100000000").exit, 2);
+
+  const std::pair<const char*, const char*> mistakes[] = {
+      {"5 4 data 1\n5 4 zero", "line 2: field 5 stands in line 1 already"},
+      {"1500 4 zero", "Java"},
+      {"5 0 zero", "size"},
+      {"0 4 zero", "id"},
+      {"5 4 keep 1", "place"},
+      {"5 4 zero 1", "no value"},
+      {"5 4 data \"12345\"", "at most the field's size"},
+      {"5 1 data 256", "at most the field's size"},
+      {"8093 1 zero", "larger than an array may have"},
+      {"5 32767 zero\n6 32767 zero", "line 2: the values are larger"}};
+  for (const auto& [source, complaint] : mistakes) {
+    test::write_file("map.txt", source);
+    EXPECT_THAT(plovctl("sim build map.txt").out, HasSubstr(complaint)) << source;
+  }
+  EXPECT_FALSE(test::exists("ywkzsim.dat"));
 }
 
 TEST(Plovctl, SaysWhatWentWrongAndEndsAccordingly) {

@@ -8,6 +8,7 @@
 #include "xlog.h"
 #include "xmis.h"
 #include "xpce.h"
+#include "xsim.h"
 
 namespace plov::ctl {
 namespace {
@@ -21,7 +22,14 @@ constexpr const char* kConfiguration =
     "Look for wexoinit.trm with: plovctl path wexoinit.trm. A working one comes from: plovctl init.";
 constexpr const char* kLock =
     "Another process may hold the lock, or System V semaphores are used up: see ipcs -s, and the trace.";
+constexpr const char* kMapFiles =
+    "Look for the map's files with: plovctl path ywkzsim.dat. New ones come from: plovctl sim build, plovctl init.";
+constexpr const char* kSharedMemory =
+    "See ipcs -m: a segment with a key from 0x96728002 on is not the library's, or was removed.";
 constexpr const char* kTable = "Look with: plovctl path NAME. The file's table is described in ywkddfc.trm(5).";
+
+constexpr const char* kDirectory =
+    "Look at the directory, its owner and mode; the system's reason is in the trace: plovctl trace --tag XDFC.";
 
 constexpr const char* kRecord = "xlog_record";
 constexpr const char* kSysevent = "xlog_sysevent";
@@ -39,7 +47,12 @@ constexpr const char* kConfig = "reading wexoinit.trm";
 constexpr const char* kFiles = "the file services (xdfc)";
 constexpr const char* kTell = "xp11_request";
 constexpr const char* kCrashFile = "xp11_critical";
+constexpr const char* kListing = "xdfc_count_files, xdfc_emul_xrem_dir, xdfc_emul_ftp_nlst";
+constexpr const char* kCount = "xdfc_count_files";
+constexpr const char* kReplies = "xdfc_emul_xrem_dir, xdfc_emul_ftp_nlst";
 constexpr const char* kSpawn = "xmis_spawn_pgm";
+constexpr const char* kSimLoad = "loading the map (xsim)";
+constexpr const char* kSimField = "the field operations (xsim)";
 constexpr const char* kProbe = "the pointer probes (xpce)";
 
 // clang-format off
@@ -298,12 +311,30 @@ constexpr Code kCodes[] = {
     {Family::xdfc, XDFC_BAD_ARGUMENT_2, "XDFC_BAD_ARGUMENT_2", kFiles, "the second pointer argument is not usable memory",
      kCaller},
     {Family::xdfc, XDFC_BAD_LENGTH, "XDFC_BAD_LENGTH", kFiles, "a name is empty or too long",
-     "A name has 1 to 255 characters, 512 for a copy."},
+     "A name has 1 to 255 characters, 512 for a copy; so has a listing's pattern, and at most 255 its whole directory."},
     {Family::xdfc, XDFC_BAD_ARGUMENT_3, "XDFC_BAD_ARGUMENT_3", kFiles, "the third pointer argument is not usable memory", kCaller},
     {Family::xdfc, XDFC_BAD_ARGUMENT_4, "XDFC_BAD_ARGUMENT_4", kFiles, "the fourth pointer argument is not usable memory",
      kCaller},
+    {Family::xdfc, XDFC_BUFFER_TOO_SMALL, "XDFC_BUFFER_TOO_SMALL", "xdfc_list_file_mem", "a name does not fit into the buffer",
+     "Give a larger buffer; the names before it are there."},
     {Family::xdfc, XDFC_END_OF_FILE, "XDFC_END_OF_FILE", kFiles, "reading met the end of the file", "Nothing."},
     {Family::xdfc, XDFC_DISK_FULL, "XDFC_DISK_FULL", kFiles, "the disk is full", "Free some space, then repeat."},
+
+    {Family::listing, XDFC_LIST_NO_WORKING_DIRECTORY, "XDFC_LIST_NO_WORKING_DIRECTORY", kListing,
+     "there is no working directory to count a relative pattern from", kDirectory},
+    {Family::listing, XDFC_LIST_OPEN_FAILED, "XDFC_LIST_OPEN_FAILED", kCount, "the directory cannot be opened", kDirectory},
+    {Family::listing, XDFC_LIST_READ_FAILED, "XDFC_LIST_READ_FAILED", kCount, "the directory cannot be read", kDirectory},
+    {Family::listing, XDFC_LIST_STAT_FAILED, "XDFC_LIST_STAT_FAILED", kListing,
+     "an entry cannot be looked at: a link to nowhere, or it has vanished", "Repeat; remove a link that leads nowhere."},
+    {Family::listing, XDFC_LIST_GROW_FAILED, "XDFC_LIST_GROW_FAILED", kReplies, "no memory to enlarge the reply", kMemory},
+    {Family::listing, XDFC_LIST_NO_MEMORY, "XDFC_LIST_NO_MEMORY", kReplies, "no memory for the reply", kMemory},
+    {Family::listing, XDFC_LIST_NOTHING, "XDFC_LIST_NOTHING", "xdfc_emul_ftp_nlst", "no regular file matches",
+     "Nothing, or correct the pattern."},
+    {Family::listing, XDFC_LIST_EMPTY, "XDFC_LIST_EMPTY", kReplies, "the directory has not one entry", kDirectory},
+    {Family::listing, XDFC_LIST_NO_DIRECTORY, "XDFC_LIST_NO_DIRECTORY", kReplies, "the directory asked for cannot be read",
+     kDirectory},
+    {Family::listing, XDFC_LIST_NO_PATH, "XDFC_LIST_NO_PATH", kReplies, "the directory of the files asked for cannot be read",
+     kDirectory},
 
     {Family::xpce, XPCE_PROBE_STRING_FAULT, "XPCE_PROBE_STRING_FAULT", kProbe, "a byte of the string cannot be read", kCaller},
     {Family::xpce, XPCE_PROBE_FAULT, "XPCE_PROBE_FAULT", kProbe, "a byte of the range cannot be used", kCaller},
@@ -340,6 +371,42 @@ constexpr Code kCodes[] = {
      "Wait longer, or see with ps what the program waits for: it was not ended."},
     {Family::xmis, XMIS_CHILD_VANISHED, "XMIS_CHILD_VANISHED", kSpawn, "the program's end was taken by someone else",
      "The calling process ignores SIGCHLD or waits for any child: its status is lost."},
+
+    {Family::xsim, XSIM_NO_DATA_FILE, "XSIM_NO_DATA_FILE", kSimLoad, "ywkzsim.dat cannot be opened", kMapFiles},
+    {Family::xsim, XSIM_NO_SEMAPHORE, "XSIM_NO_SEMAPHORE", kSimField, "the map's semaphore could not be taken",
+     "See ipcs -s for the key 0x96728007, and the trace: plovctl trace --tag XSIM."},
+    {Family::xsim, XSIM_NOT_LOADED, "XSIM_NOT_LOADED", kSimField, "the field's array is not loaded",
+     "Loading failed or still goes on; its code is in the trace of the first process. Remove the segments with the keys "
+     "0x96728002 to 0x96728007 (ipcrm -M) while no console process runs; the next one loads anew."},
+    {Family::xsim, XSIM_BAD_POINTER, "XSIM_BAD_POINTER", kSimField, "a buffer or a piece list is not usable memory", kCaller},
+    {Family::xsim, XSIM_UNKNOWN_FIELD, "XSIM_UNKNOWN_FIELD", kSimField, "there is no field of that number",
+     "See the fields with: plovctl sim list. Numbers 1001 to 1999 must stand in ywkzsfm.h."},
+    {Family::xsim, XSIM_NOT_INITIALIZED, "XSIM_NOT_INITIALIZED", kSimField,
+     "the field has no storage, or a piece leaves the data area", "See the fields with: plovctl sim list."},
+    {Family::xsim, XSIM_NO_MEMORY, "XSIM_NO_MEMORY", kSimField, "no memory, or no shared memory while loading",
+     "See ipcs -m and ipcs -l, and the trace: plovctl trace --tag XSIM."},
+    {Family::xsim, XSIM_CLOSE_FAILED, "XSIM_CLOSE_FAILED", kSimField, "a file of the map could not be closed", kDisk},
+    {Family::xsim, XSIM_READ_FAILED, "XSIM_READ_FAILED", kSimField,
+     "a file of the map could not be read, or ends inside a record", kMapFiles},
+    {Family::xsim, XSIM_SEEK_FAILED, "XSIM_SEEK_FAILED", kSimField, "positioning in the permanent file failed", kDisk},
+    {Family::xsim, XSIM_TOO_MANY_FIELDS, "XSIM_TOO_MANY_FIELDS", kSimLoad,
+     "the array would be too large, or a field's number lies outside of it", kMapFiles},
+    {Family::xsim, XSIM_TOO_MUCH_DATA, "XSIM_TOO_MUCH_DATA", kSimLoad,
+     "the values would be too large, or a field's size is impossible", kMapFiles},
+    {Family::xsim, XSIM_NO_ARRAY, "XSIM_NO_ARRAY", kSimField, "the shared array cannot be attached", kSharedMemory},
+    {Family::xsim, XSIM_NO_DATA_AREA, "XSIM_NO_DATA_AREA", kSimField, "the shared data area cannot be attached",
+     kSharedMemory},
+    {Family::xsim, XSIM_NO_PERMANENT_FILE, "XSIM_NO_PERMANENT_FILE", kSimField, "the permanent file cannot be opened",
+     "Look for it with: plovctl path ywkzspr.dat kvdzspr.dat."},
+    {Family::xsim, XSIM_ALREADY_LOCKED, "XSIM_ALREADY_LOCKED", "xsim_lock", "the field is locked already",
+     "Whoever locked it has not written yet, or has died; plovctl sim unlock ID ends the lock."},
+    {Family::xsim, XSIM_NOT_LOCKED, "XSIM_NOT_LOCKED", "xsim_unlock", "the field is not locked", "Nothing."},
+    {Family::xsim, XSIM_FIELD_LOCKED, "XSIM_FIELD_LOCKED", kSimField,
+     "the field is locked: it was read all the same, or not written",
+     "Write with the override, or end the lock with: plovctl sim unlock ID."},
+    {Family::xsim, XSIM_WRITE_FAILED, "XSIM_WRITE_FAILED", kSimField, "writing the permanent file failed", kDisk},
+    {Family::xsim, XSIM_NOT_PERMANENT, "XSIM_NOT_PERMANENT", "xsim_file_read, xsim_file_write",
+     "the field's value does not stand in the permanent file", "Correct the calling program."},
 };
 // clang-format on
 
@@ -381,18 +448,23 @@ const char* family_name(Family family) {
       return "xp11";
     case Family::xdfc:
       return "xdfc";
+    case Family::listing:
+      return "listing";
     case Family::xact:
       return "xact";
     case Family::xmis:
       return "xmis";
+    case Family::xsim:
+      return "xsim";
     default:
       return "xpce";
   }
 }
 
 std::string notation(Family family, uint32_t value) {
-  return family == Family::xdfc || family == Family::xact || family == Family::sysrc ? std::to_string(value)
-                                                                                     : hex(value, 4);
+  const bool in_hex =
+      family == Family::xlog || family == Family::xp11 || family == Family::xpce || family == Family::xmis;
+  return in_hex ? hex(value, 4) : std::to_string(value);
 }
 
 std::string explain_result(Family family, int32_t sysrc, uint32_t comprc) {
@@ -400,7 +472,10 @@ std::string explain_result(Family family, int32_t sysrc, uint32_t comprc) {
   if (const auto codes = find_codes(Family::sysrc, static_cast<uint32_t>(sysrc)); !codes.empty())
     text += std::string(" (") + codes[0]->meaning + ")";
   text += ", comprc " + notation(family, comprc);
-  if (const auto codes = find_codes(family, comprc); !codes.empty())
+  auto codes = find_codes(family, comprc);
+  // The listings' own codes stand beside those of all file services.
+  if (codes.empty() && family == Family::listing) codes = find_codes(Family::xdfc, comprc);
+  if (!codes.empty())
     text += std::string(" (") + codes[0]->meaning + ")";
   else if (comprc > 0 && comprc <= kLargestErrno)
     text += std::string(" (") + strerror(static_cast<int>(comprc)) + ")";

@@ -11,7 +11,7 @@
 
 namespace plov::ctl {
 
-enum class Family { sysrc, xlog, xdfc, xpce, xact, xmis, xp11 };
+enum class Family { sysrc, xlog, xp11, xdfc, listing, xsim, xpce, xact, xmis };
 
 struct Code {
   Family family;

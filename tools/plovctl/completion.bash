@@ -1,7 +1,8 @@
 # bash completion of plovctl: verbs and options from its own help, files for the rest.
 _plovctl() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} verb= word
-  local verbs="init record event show info check dump purge prune trim path trace explain spawn"
+  local verbs="init record event show info check dump purge prune trim path ls sim trace explain spawn"
+  local sims="list get set lock unlock size build"
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     [[ " $verbs " == *" $word "* ]] && verb=$word && break
   done
@@ -9,8 +10,13 @@ _plovctl() {
     --color) COMPREPLY=($(compgen -W "auto always never" -- "$current")); return ;;
     --since | --until) COMPREPLY=($(compgen -W "today yesterday now -1h -1d" -- "$current")); return ;;
     --level) COMPREPLY=($(compgen -W "T D F" -- "$current")); return ;;
-    --root) COMPREPLY=($(compgen -d -- "$current")); return ;;
+    --as) COMPREPLY=($(compgen -W "auto number text hex" -- "$current")); return ;;
+    sim) COMPREPLY=($(compgen -W "$sims" -- "$current")); return ;;
+    --root | --out) COMPREPLY=($(compgen -d -- "$current")); return ;;
   esac
+  for word in "${COMP_WORDS[@]:2:COMP_CWORD-2}"; do
+    [[ $verb == sim && " $sims " == *" $word "* ]] && verb="sim $word" && break
+  done
   if [[ $current == -* ]]; then
     COMPREPLY=($(compgen -W "$(plovctl $verb --help 2>/dev/null | grep -oE '(^|[ ,])--[a-z-]+' | tr -d ' ,')" -- "$current"))
   elif [[ -z $verb ]]; then

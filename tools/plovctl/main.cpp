@@ -1,4 +1,4 @@
-// plovctl: records events, reads them back and looks into log files, path table and trace.
+// plovctl: records events, reads them back and looks into log files, path table, map of system values and trace.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -45,8 +45,10 @@ int run(int argc, char** argv) {
   add_prune(app, session);
   add_trim(app, session);
   add_path(app, session);
+  add_ls(app, session);
   add_trace(app, session);
   add_explain(app, session);
+  add_sim(app, session);
   add_spawn(app, session);
   app.parse_complete_callback([&] {
     if (!session.root.empty()) use_console_directory(session.root);

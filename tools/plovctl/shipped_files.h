@@ -5,10 +5,13 @@
 namespace plov::ctl {
 
 struct ShippedFile {
-  const char* name;
+  const char* name;  // below the console directory
   const char* text;
 };
-extern const ShippedFile shipped_files[2];
+extern const ShippedFile shipped_files[4];
+
+// Of this one the map's own files are made.
+inline constexpr char kShippedMapSource[] = "ywkzsim.txt";
 
 }  // namespace plov::ctl
 

@@ -1,4 +1,4 @@
-#include "log/caller_memory.h"
+#include "frame/caller_memory.h"
 
 #include <errno.h>
 #include <string.h>
@@ -6,7 +6,7 @@
 
 #include "xtr.h"
 
-namespace plov::log {
+namespace plov::frame {
 namespace {
 
 using Transfer = ssize_t (*)(pid_t, const struct iovec*, unsigned long, const struct iovec*, unsigned long,
@@ -16,8 +16,8 @@ using Transfer = ssize_t (*)(pid_t, const struct iovec*, unsigned long, const st
 // call (seccomp, an old kernel) leaves the probe's word to be taken: plain copy.
 bool transfer(Transfer call, void* own, void* foreign, size_t size, void* to, const void* from) {
   if (size == 0) return true;
-  const frame::Copied copied = frame::copy_foreign(to, from, size);
-  if (copied != frame::Copied::unknown) return copied == frame::Copied::whole;
+  const Copied copied = copy_foreign(to, from, size);
+  if (copied != Copied::unknown) return copied == Copied::whole;
   const struct iovec local = {own, size}, remote = {foreign, size};
   const int saved_errno = errno;
   const ssize_t done = call(static_cast<pid_t>(xtr_getpid()), &local, 1, &remote, 1, 0);
@@ -29,9 +29,9 @@ bool transfer(Transfer call, void* own, void* foreign, size_t size, void* to, co
 
 }  // namespace
 
-bool take_from_caller(void* to, const void* from, size_t size, frame::Access access) {
+bool take_from_caller(void* to, const void* from, size_t size, Access access) {
   bool copied;
-  return frame::probe_and_copy(from, size, access, to, &copied) == 0 && (copied || copy_from_caller(to, from, size));
+  return probe_and_copy(from, size, access, to, &copied) == 0 && (copied || copy_from_caller(to, from, size));
 }
 
 bool copy_from_caller(void* to, const void* from, size_t size) {
@@ -42,4 +42,4 @@ bool copy_to_caller(void* to, const void* from, size_t size) {
   return transfer(process_vm_writev, const_cast<void*>(from), to, size, to, from);
 }
 
-}  // namespace plov::log
+}  // namespace plov::frame

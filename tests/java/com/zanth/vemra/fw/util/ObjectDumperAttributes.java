@@ -1,0 +1,4 @@
+package com.zanth.vemra.fw.util;
+
+public final class ObjectDumperAttributes {
+}

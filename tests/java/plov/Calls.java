@@ -1,0 +1,81 @@
+package plov;
+
+import com.zanth.vemra.fw.xnb.NativeFunction;
+import com.zanth.vemra.fw.xnb.NativeFunctionException;
+import java.nio.charset.StandardCharsets;
+
+/** What the tests call beside the console's own classes. */
+public class Calls {
+    static class Base {
+        private String hidden(String text) {
+            return "hidden " + text;
+        }
+    }
+
+    public static final class Derived extends Base {
+    }
+
+    static final class Broken {
+        static int value = Integer.parseInt("broken");
+    }
+
+    static final class Nameless extends RuntimeException {
+        private static final long serialVersionUID = 1L;
+
+        @Override
+        public String toString() {
+            throw this;
+        }
+    }
+
+    static String all(boolean z, byte b, char c, short s, int i, long j, float f, double d, String t, int[][] a) {
+        return z + " " + b + " " + (int) c + " " + s + " " + i + " " + j + " " + f + " " + d + " " + t + " " + a;
+    }
+
+    static void nameless() {
+        throw new Nameless();
+    }
+
+    static String same(String text) {
+        return text;
+    }
+
+    static int number(Object text) {
+        return text.toString().length();
+    }
+
+    /** Null checks that the VM makes by taking the fault. */
+    static int caught(int count) {
+        int caught = 0;
+        for (int i = 0; i < count; i++) {
+            try {
+                number(i % 2 == 0 ? null : "x");
+            } catch (NullPointerException e) {
+                caught++;
+            }
+        }
+        return caught;
+    }
+
+    private static String call(String name, Object... arguments) {
+        try {
+            return "result " + NativeFunction.call(name, arguments);
+        } catch (NativeFunctionException e) {
+            return e.getMessage() + " " + e.getSysrc() + " " + e.getComprc() + " " + e.getResult();
+        } catch (Error e) {
+            return e.toString();
+        }
+    }
+
+    static String request(String name, int length) {
+        return call(name, new byte[length], null);
+    }
+
+    static String trim(String destination) {
+        return call("xlogTrimLog", destination.getBytes(StandardCharsets.UTF_8));
+    }
+
+    public static void main(String[] arguments) {
+        System.out.print(request(arguments[0], 5) + ", " + request(arguments[0], 3));
+    }
+}
