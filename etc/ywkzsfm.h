@@ -1,1 +1,1 @@
-#Fields that the Java side serves : id, one character that nobody reads, length in bytes.
+# Fields that the Java side serves: id, one character that nobody reads, length in bytes.

@@ -232,6 +232,58 @@ PLOV_API int32_t xp11_request(uint32_t* comprc, uint32_t reserved1, const xlog_e
 PLOV_API int32_t xp11_critical(uint32_t* comprc, const xlog_event_identity* event, uint8_t a, uint8_t b, uint16_t code,
                                uint32_t return_code);
 
+/* The microcode log: what a component leaves of an internal error of its own code. */
+
+/* Options. The low 16 bits are request flags too. */
+#define XLOG_MICROCODE_ALWAYS 0x0020u           /* whatever system information field 16 says */
+#define XLOG_MICROCODE_NO_BACKTRACE 0x0040u     /* no backtrace block */
+#define XLOG_MICROCODE_RESTART_1 0x0080u        /* a restart of kind 1 afterwards */
+#define XLOG_MICROCODE_RESTART_2 0x1000u        /* a restart of kind 2 afterwards */
+#define XLOG_MICROCODE_NO_THREAD_TRACE 0x2000u  /* no trace block of the thread (0xED); cleared by the call */
+#define XLOG_MICROCODE_NO_PROCESS_TRACE 0x4000u /* none of the process (0xEE); cleared by the call */
+#define XLOG_MICROCODE_NO_TRACE 0x8000u         /* none of the whole facility (0xEF); cleared by the call */
+
+typedef struct xlog_microcode_request {
+  uint8_t type;
+  uint8_t reserved1;
+  uint16_t user;
+  uint32_t options;
+  char event_name[XLOG_NAME_SIZE];
+  uint16_t error_code; /* with the extension the reference code that service staff see */
+  uint16_t reserved2;
+  uint32_t extension;
+  const void* data;   /* block 3 */
+  uint32_t data_size; /* bytes; 0: none */
+  char target_session[2048];
+  xlog_data_node* chain;    /* further blocks, or NULL */
+  xlog_timestamp timestamp; /* out: the entry's stamp */
+} xlog_microcode_request;
+
+/* Of the caller's own pointers: also the error codes of the entries ("LIC log Err") that tell of them. */
+#define XLOG_MICROCODE_BAD_COMPRC 0x8001u
+#define XLOG_MICROCODE_BAD_REQUEST 0x8002u
+#define XLOG_MICROCODE_BAD_DATA 0x8003u /* in an entry only: the caller's own goes on without its data */
+
+/*
+ * Records an entry with error code, extension, data, the caller's blocks, a backtrace and the recent trace. Class 10,
+ * stored as 0xE4. Recorded is nothing, with result 0, while system information field 16 is not 0. Result 8 for an
+ * unusable request; else xlog_record's. `errno` is kept.
+ */
+PLOV_API int32_t xlog_microcode_log(xlog_microcode_request* request, uint32_t* comprc);
+
+/* The same for another class. */
+PLOV_API int32_t xlog_microcode_log2(xlog_microcode_request* request, uint8_t event_class, uint32_t* comprc);
+
+/*
+ * Sets `*text` to the calling thread's stack, at most 50 frames without the first `skip`, this function's own being the
+ * first: a line "at module(name+offset) [address]" for each, the offset and what follows twice where the name was made
+ * readable. 65,280 bytes, to be freed with plovmemdebug_free; NULL when there is no memory. Always 0.
+ */
+PLOV_API int32_t xlog_get_backtrace(char** text, uint32_t skip, uint32_t* comprc);
+
+/* The position behind the last byte of `buffer` that is not 0, at least 1. Probes nothing. */
+PLOV_API uint32_t xlog_get_block_size(const char* buffer, uint32_t size);
+
 /* Reading back. */
 
 /* Retrieve options. Without TYPE_ONLY, ANY_EVENTID and ALL_CLASSES all four event-id bytes must be equal. */
@@ -613,6 +665,13 @@ PLOV_AT(xlog_data_node, block_id, 4);
 PLOV_AT(xlog_data_node, data_ptr, 8);
 PLOV_AT(xlog_data_node, next, 12);
 PLOV_SIZE(xlog_log_request, 2076);
+PLOV_SIZE(xlog_microcode_request, 2096);
+PLOV_AT(xlog_microcode_request, options, 4);
+PLOV_AT(xlog_microcode_request, error_code, 20);
+PLOV_AT(xlog_microcode_request, data, 28);
+PLOV_AT(xlog_microcode_request, target_session, 36);
+PLOV_AT(xlog_microcode_request, chain, 2084);
+PLOV_AT(xlog_microcode_request, timestamp, 2088);
 PLOV_SIZE(xlog_variable, 16);
 PLOV_AT(xlog_variable, length, 4);
 PLOV_AT(xlog_variable, data, 8);

@@ -2,6 +2,8 @@
 // decimal.
 #include <string.h>
 
+#include <algorithm>
+
 #include "log/event_blocks.h"
 #include "xcsf.h"
 #include "xtr.h"
@@ -24,7 +26,7 @@ bool build_tower_data(uint16_t user, const char* text, EventBlocks* blocks) {
       block[1] = static_cast<uint8_t>(length);
       memcpy(block + 2, text, length);
       block[length + 3] = static_cast<uint8_t>(digit_count);
-      memcpy(block + length + 4, digits, digit_count);
+      std::copy_n(digits, digit_count, block + length + 4);
       xtr_trace("XLOG   F: tower_data=");
       xtr_dump_bytes(block, size);
     }

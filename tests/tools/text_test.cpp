@@ -103,13 +103,13 @@ TEST(Codes, OfAllPublicHeadersAreExplainedHereAndInTheManual) {
   const std::string manual = test::read_file(PLOV_SOURCE_DIR "/man/plovsp1.7.scd");
   const std::regex constant(
       "#define ("
-      "(XLOG_(RECORD|SYSEVENT|E4_SYSEVENT|EVENT_DATA|PURGE|TRIM|RETRIEVE|FREE|ENCODE|DECODE|ERR)"
-      "|XP11|XDFC|XPCE_PROBE|XACT|XMIS|XSIM)_\\w+) (0x\\w+|\\d+)u");
+      "(XLOG_(RECORD|SYSEVENT|E4_SYSEVENT|EVENT_DATA|PURGE|TRIM|MICROCODE_BAD|RETRIEVE|FREE|ENCODE|DECODE|ERR)"
+      "|XP11|XDFC|XPCE_PROBE|XACT|XMIS|XSIM|XBT)_\\w+) (0x\\w+|\\d+)u");
   const std::regex other(
       "XLOG_(RECORD_BLOCK_SIZE|TRIM_SIZE)|XDFC_(E_\\w+|DE_\\w+|ACTION_\\w+|PATH_SIZE|TABLE_SIZE)"
-      "|XLOG_DECODE_BAD_ARGUMENT");
+      "|XBT_(REBOOT_\\d|HALT|POWER_OFF|NAME_LIMIT)|XLOG_DECODE_BAD_ARGUMENT");
   int count = 0;
-  for (const char* header : {"xlog.h", "xdfc.h", "xpce.h", "xact.h", "xmis.h", "xsim.h"}) {
+  for (const char* header : {"xlog.h", "xdfc.h", "xpce.h", "xact.h", "xmis.h", "xsim.h", "xbt.h"}) {
     const std::string text = test::read_file(std::string(PLOV_SOURCE_DIR "/include/") + header);
     for (std::sregex_iterator match(text.begin(), text.end(), constant), end; match != end; ++match) {
       const std::string name = (*match)[1];

@@ -4,6 +4,7 @@
 
 #include "hex.h"
 #include "xact.h"
+#include "xbt.h"
 #include "xdfc.h"
 #include "xlog.h"
 #include "xmis.h"
@@ -26,6 +27,8 @@ constexpr const char* kMapFiles =
     "Look for the map's files with: plovctl path ywkzsim.dat. New ones come from: plovctl sim build, plovctl init.";
 constexpr const char* kSharedMemory =
     "See ipcs -m: a segment with a key from 0x96728002 on is not the library's, or was removed.";
+constexpr const char* kJava =
+    "See why the Java side cannot be reached: plovctl trace --tag XBT. The local command was run in its place.";
 constexpr const char* kTable = "Look with: plovctl path NAME. The file's table is described in ywkddfc.trm(5).";
 
 constexpr const char* kDirectory =
@@ -36,6 +39,7 @@ constexpr const char* kSysevent = "xlog_sysevent";
 constexpr const char* kE4Sysevent = "xlog_e4_sysevent";
 constexpr const char* kEventData = "xlog_append_event_data";
 constexpr const char* kPurge = "xlog_log_purge";
+constexpr const char* kMicrocode = "xlog_microcode_log, xlog_microcode_log2";
 constexpr const char* kRetrieve = "xlog_retrieve";
 constexpr const char* kFree = "xlog_free";
 constexpr const char* kEncode = "xlog_mem_encode";
@@ -53,6 +57,7 @@ constexpr const char* kReplies = "xdfc_emul_xrem_dir, xdfc_emul_ftp_nlst";
 constexpr const char* kSpawn = "xmis_spawn_pgm";
 constexpr const char* kSimLoad = "loading the map (xsim)";
 constexpr const char* kSimField = "the field operations (xsim)";
+constexpr const char* kRestart = "xbt_restart";
 constexpr const char* kProbe = "the pointer probes (xpce)";
 
 // clang-format off
@@ -144,6 +149,13 @@ constexpr Code kCodes[] = {
      "The reason is an errno, in the trace: look at the directory's mode and owner."},
     {Family::xlog, XLOG_PURGE_NO_LOCK, "XLOG_PURGE_NO_LOCK", kPurge, "the log lock could not be taken for a purge", kLock},
     {Family::xlog, XLOG_TRIM_BAD_NAME, "XLOG_TRIM_BAD_NAME", "xlog_trim_log", "the destination's name cannot be read", kCaller},
+
+    {Family::xlog, XLOG_MICROCODE_BAD_COMPRC, "XLOG_MICROCODE_BAD_COMPRC", kMicrocode,
+     "the comprc pointer was unusable (an event of its own)", kCaller},
+    {Family::xlog, XLOG_MICROCODE_BAD_REQUEST, "XLOG_MICROCODE_BAD_REQUEST", kMicrocode,
+     "the microcode request is not usable memory", kCaller},
+    {Family::xlog, XLOG_MICROCODE_BAD_DATA, "XLOG_MICROCODE_BAD_DATA", kMicrocode,
+     "the data of a microcode entry could not be read (an event of its own)", kCaller},
 
     {Family::xlog, XLOG_RETRIEVE_BAD_BLOCK, "XLOG_RETRIEVE_BAD_BLOCK", kRetrieve, "the retrieve block is not usable memory",
      kCaller},
@@ -407,6 +419,27 @@ constexpr Code kCodes[] = {
     {Family::xsim, XSIM_WRITE_FAILED, "XSIM_WRITE_FAILED", kSimField, "writing the permanent file failed", kDisk},
     {Family::xsim, XSIM_NOT_PERMANENT, "XSIM_NOT_PERMANENT", "xsim_file_read, xsim_file_write",
      "the field's value does not stand in the permanent file", "Correct the calling program."},
+    {Family::xbt, XBT_BAD_NAME, "XBT_BAD_NAME", kRestart, "the application name is unreadable, empty or longer than 256 bytes",
+     "Correct the calling program."},
+    {Family::xbt, XBT_BAD_MESSAGE, "XBT_BAD_MESSAGE", kRestart, "the application name became bad during the call", kCaller},
+    {Family::xbt, XBT_BAD_TYPE, "XBT_BAD_TYPE", kRestart, "the restart type is not 1 to 4", "Correct the calling program."},
+    {Family::xbt, XBT_JAVA_ANSWERED_2, "XBT_JAVA_ANSWERED_2", kRestart, "the Java side answered 2; there is no local shutdown",
+     "The console's shutdown manager refuses: look at its own log."},
+    {Family::xbt, XBT_JAVA_ANSWERED_1, "XBT_JAVA_ANSWERED_1", kRestart, "the Java side answered 1; there is no local shutdown",
+     "The console's shutdown manager refuses: look at its own log."},
+    {Family::xbt, 0x3081, "", "an event of xbt_restart", "no memory for a message line", kMemory},
+    {Family::xbt, 0x3580, "", "an event of xbt_restart", "a message line was cut to 78 characters", "Nothing."},
+    {Family::xbt, XBT_NO_STRING, "XBT_NO_STRING", kRestart,
+     "a Java string could not be made, or the process has no Java side", kJava},
+    {Family::xbt, XBT_NOT_RELEASED, "XBT_NOT_RELEASED", kRestart, "a Java string could not be released",
+     "Nothing: the restart itself was asked for. The trace says more: plovctl trace --tag XBT."},
+    {Family::xbt, XBT_CALL_FAILED, "XBT_CALL_FAILED", kRestart, "the Java side could not be called, or it threw", kJava},
+    {Family::xbt, XBT_BAD_ANSWER, "XBT_BAD_ANSWER", kRestart, "the Java side answered neither 0, 1 nor 2", kJava},
+    {Family::xbt, 0x5084, "", "an event of xbt_restart", "the Java side failed and the local command was tried",
+     "The event before it says why."},
+    {Family::xbt, XBT_COMMAND_FAILED, "XBT_COMMAND_FAILED", kRestart,
+     "neither the Java side nor the local command: the machine runs on",
+     "Shut the machine down by hand: reboot, halt or poweroff."},
 };
 // clang-format on
 
@@ -456,15 +489,24 @@ const char* family_name(Family family) {
       return "xmis";
     case Family::xsim:
       return "xsim";
+    case Family::xbt:
+      return "xbt";
     default:
       return "xpce";
   }
 }
 
 std::string notation(Family family, uint32_t value) {
-  const bool in_hex =
-      family == Family::xlog || family == Family::xp11 || family == Family::xpce || family == Family::xmis;
-  return in_hex ? hex(value, 4) : std::to_string(value);
+  switch (family) {
+    case Family::xlog:
+    case Family::xp11:
+    case Family::xpce:
+    case Family::xmis:
+    case Family::xbt:
+      return hex(value, 4);
+    default:
+      return std::to_string(value);
+  }
 }
 
 std::string explain_result(Family family, int32_t sysrc, uint32_t comprc) {

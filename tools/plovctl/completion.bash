@@ -1,7 +1,7 @@
 # bash completion of plovctl: verbs and options from its own help, files for the rest.
 _plovctl() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} verb= word
-  local verbs="init record event show info check dump purge prune trim path ls sim trace explain spawn"
+  local verbs="init record event microcode show info check dump purge prune trim path ls sim trace explain spawn restart"
   local sims="list get set lock unlock size build"
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     [[ " $verbs " == *" $word "* ]] && verb=$word && break
@@ -9,6 +9,7 @@ _plovctl() {
   case $previous in
     --color) COMPREPLY=($(compgen -W "auto always never" -- "$current")); return ;;
     --since | --until) COMPREPLY=($(compgen -W "today yesterday now -1h -1d" -- "$current")); return ;;
+    --type) [[ $verb == restart ]] && COMPREPLY=($(compgen -W "reboot halt poweroff" -- "$current")) && return ;;
     --level) COMPREPLY=($(compgen -W "T D F" -- "$current")); return ;;
     --as) COMPREPLY=($(compgen -W "auto number text hex" -- "$current")); return ;;
     sim) COMPREPLY=($(compgen -W "$sims" -- "$current")); return ;;

@@ -37,6 +37,7 @@ int run(int argc, char** argv) {
   add_init(app, session);
   add_record(app, session);
   add_event(app, session);
+  add_microcode(app, session);
   add_show(app, session);
   add_info(app, session);
   add_check(app, session);
@@ -50,6 +51,7 @@ int run(int argc, char** argv) {
   add_explain(app, session);
   add_sim(app, session);
   add_spawn(app, session);
+  add_restart(app, session);
   app.parse_complete_callback([&] {
     if (!session.root.empty()) use_console_directory(session.root);
     choose_colour(session.colour);

@@ -173,7 +173,8 @@ int32_t find_or_start_vm(JavaVM** vm) {
 
 int32_t attach_thread(JNIEnv** env) {
   JavaVM* vm = nullptr;
-  if (const int32_t status = find_or_start_vm(&vm)) return status;
+  const int32_t status = find_or_start_vm(&vm);
+  if (!vm) return status;
   void* found = nullptr;
   jint rc = vm->GetEnv(&found, JNI_VERSION_1_8);
   if (rc == JNI_EDETACHED) {
