@@ -57,6 +57,7 @@ int32_t compress(xlog_file_header* header, xlog_err_interface* err) {
 
 int32_t xlog_compress_file(xlog_file_header* file_header, xlog_err_interface* err_interface) {
   xtr_trace("XLOG   F: -> xlog_compress_file");
+  err_interface->error_id = 0;
   const int32_t result = plov::log::compress(file_header, err_interface);
   xtr_trace("XLOG   F: <- xlog_compress_file");
   return result;

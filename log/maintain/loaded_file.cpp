@@ -17,7 +17,8 @@ bool LoadedFile::load(FILE* stream, uint32_t end, uint32_t spare) {
   struct stat status;
   const uint64_t there = fstat(fileno(stream), &status) == 0 ? static_cast<uint64_t>(status.st_size) : end;
   const auto wanted = static_cast<uint32_t>(std::min<uint64_t>(end, there));
-  bytes_.reset(static_cast<uint8_t*>(PLOV_MALLOC(size_t{wanted} + spare)));
+  // A file header has to fit, whatever is there.
+  bytes_.reset(static_cast<uint8_t*>(PLOV_MALLOC(size_t{std::max(wanted, XLOG_FILE_HEADER_SIZE)} + spare)));
   if (!bytes_) return false;
   const Transfer read = read_at(stream, 0, bytes_.get(), wanted);
   if (read.ok)
