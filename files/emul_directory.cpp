@@ -61,4 +61,15 @@ bool EmulatedDirectory::open(frame::Call& call, const ListPath& request) {
   return count > 0 || !whole() || call.refuse(XDFC_LIST_EMPTY);
 }
 
+char* emulate(frame::Call& call, const char* pattern, uint32_t (*no_working_directory)(int error),
+              void (*list)(frame::Call& call, Reply& reply, const EmulatedDirectory& directory)) {
+  ListPath request;
+  if (!split(call, pattern, request, no_working_directory)) return nullptr;
+  EmulatedDirectory directory;
+  if (!directory.open(call, request)) return nullptr;
+  Reply reply;
+  list(call, reply, directory);
+  return reply.release();
+}
+
 }  // namespace plov::files

@@ -8,6 +8,7 @@
 
 #include "files/full_path.h"
 #include "files/list_split.h"
+#include "files/reply.h"
 #include "frame/call.h"
 #include "frame/memory.h"
 
@@ -41,6 +42,11 @@ class EmulatedDirectory {
 };
 
 bool is_dot_or_dot_dot(const char* name);
+
+// Both emulations: takes the pattern apart, opens the directory, has `list` fill the reply. What a failed listing had
+// until then is the caller's too. Null when there is nothing.
+char* emulate(frame::Call& call, const char* pattern, uint32_t (*no_working_directory)(int error),
+              void (*list)(frame::Call& call, Reply& reply, const EmulatedDirectory& directory));
 
 }  // namespace plov::files
 

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include "files/emul_directory.h"
-#include "files/list_split.h"
 #include "files/reply.h"
 #include "frame/call.h"
 #include "xdfc.h"
@@ -54,17 +53,6 @@ void list(frame::Call& call, Reply& reply, const EmulatedDirectory& directory) {
   if (reply.empty()) call.refuse(XDFC_LIST_NOTHING);
 }
 
-// What a failed listing had until then is the caller's too.
-char* emulate(frame::Call& call, const char* pattern) {
-  ListPath request;
-  if (!split(call, pattern, request, no_working_directory)) return nullptr;
-  EmulatedDirectory directory;
-  if (!directory.open(call, request)) return nullptr;
-  Reply reply;
-  list(call, reply, directory);
-  return reply.release();
-}
-
 }  // namespace
 }  // namespace plov::files
 
@@ -72,6 +60,6 @@ int32_t xdfc_emul_ftp_nlst(char** reply, const char* pattern, uint32_t* comprc) 
   plov::frame::Call call("xdfc_emul_ftp_nlst", "XDFCNLST: -> xdfc_emul_ftp_nlst", "XDFCNLST: <- xdfc_emul_ftp_nlst",
                          comprc);
   if (call.text(pattern, XDFC_BAD_ARGUMENT_2) && call.writable(reply, sizeof *reply, XDFC_BAD_ARGUMENT_1))
-    *reply = plov::files::emulate(call, pattern);
+    *reply = plov::files::emulate(call, pattern, plov::files::no_working_directory, plov::files::list);
   return call.leave();
 }

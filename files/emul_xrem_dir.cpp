@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include "files/emul_directory.h"
-#include "files/list_split.h"
 #include "files/long_line.h"
 #include "files/reply.h"
 #include "frame/call.h"
@@ -88,17 +87,6 @@ void list(frame::Call& call, Reply& reply, const EmulatedDirectory& directory) {
   if (const uint32_t failure = reply.prepend({total, static_cast<size_t>(length)}); failure != 0) call.refuse(failure);
 }
 
-// What a failed listing had until then is the caller's too.
-char* emulate(frame::Call& call, const char* pattern) {
-  ListPath request;
-  if (!split(call, pattern, request, no_working_directory)) return nullptr;
-  EmulatedDirectory directory;
-  if (!directory.open(call, request)) return nullptr;
-  Reply reply;
-  list(call, reply, directory);
-  return reply.release();
-}
-
 }  // namespace
 }  // namespace plov::files
 
@@ -106,6 +94,6 @@ int32_t xdfc_emul_xrem_dir(char** reply, const char* pattern, uint32_t* comprc) 
   plov::frame::Call call("xdfc_emul_xrem_dir", "XDFCXRMT: -> xdfc_emul_xrem_dir", "XDFCXRMT: <- xdfc_emul_xrem_dir",
                          comprc);
   if (call.text(pattern, XDFC_BAD_ARGUMENT_2) && call.writable(reply, sizeof *reply, XDFC_BAD_ARGUMENT_1))
-    *reply = plov::files::emulate(call, pattern);
+    *reply = plov::files::emulate(call, pattern, plov::files::no_working_directory, plov::files::list);
   return call.leave();
 }

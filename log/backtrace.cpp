@@ -35,8 +35,9 @@ bool append_frame(char (&text)[kBacktraceSize], size_t* length, const char* symb
   if (plus) {
     const auto named = static_cast<size_t>(plus - open - 1);
     memcpy(name, open + 1, named < kLongestName ? named : kLongestName);
+    // A plain name may be a type's code too: of "f" the demangler would make "float".
     int status = 0;
-    demangled.reset(abi::__cxa_demangle(name, nullptr, nullptr, &status));
+    if (memcmp(name, "_Z", 2) == 0) demangled.reset(abi::__cxa_demangle(name, nullptr, nullptr, &status));
     parts[1] = {symbol, static_cast<size_t>(open + 1 - symbol)};
     parts[2] = demangled ? demangled.get() : name;
     parts[3] = plus;

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "frame/caller_memory.h"
+#include "frame/deferred.h"
 #include "frame/memory.h"
 #include "frame/probe.h"
 #include "log/system_field.h"
@@ -167,10 +168,18 @@ class Entry {
   TraceBlock thread_, process_, facility_;
 };
 
-void ask_for_restart(uint32_t kind) {
-  xtr_trace("XLOGMC F: should be calling send_ui_msg");
+void restart_now(const frame::Deferred& request) {
   uint32_t ignored;
-  xbt_restart(&ignored, "LOGGER", "A restart has been requested due to a nonrecoverable error", kind);
+  xbt_restart(&ignored, "LOGGER", "A restart has been requested due to a nonrecoverable error",
+              static_cast<uint32_t>(request.values[0]));
+}
+
+// Java cannot be asked while the thread holds a lock: the restart waits for its release. One that cannot wait is not
+// lost for that.
+void ask_for_restart(int32_t kind) {
+  xtr_trace("XLOGMC F: should be calling send_ui_msg");
+  const frame::Deferred request = {restart_now, {kind}};
+  if (!frame::record_or_defer(request)) restart_now(request);
 }
 
 bool suppressed(uint32_t options) {

@@ -129,6 +129,12 @@ TEST(Microcode, ClassesRestartsAndTheFileList) {
   ASSERT_EQ(restarts.size(), 6u);
   EXPECT_EQ(restarts[0], restart + "2");
   EXPECT_EQ(restarts[1], restart + "1");
+  uint32_t code;
+  ASSERT_EQ(xlog_access_sem(XLOG_SEM_LOCK, &code), 0);
+  EXPECT_EQ(codes(xlog_microcode_log, request.get()), Codes(0, 0));
+  EXPECT_EQ(restarts.size(), 6u) << "not under the log lock";
+  ASSERT_EQ(xlog_access_sem(XLOG_SEM_UNLOCK, &code), 0);
+  EXPECT_EQ(restarts.size(), 8u);
 }
 
 TEST(Microcode, AFieldOfTheMapSuppressesEntries) {
