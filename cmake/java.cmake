@@ -1,10 +1,12 @@
 # The Java development kit: its headers make the bridge, its compiler the bridge's Java side. Either word size uses the same one.
 
-file(GLOB found_jdks /usr/lib/jvm/java-*-openjdk-*/include/jni.h $ENV{JAVA_HOME}/include/jni.h)
-list(TRANSFORM found_jdks REPLACE "/include/jni.h$" "")
-if(found_jdks)
-  list(GET found_jdks -1 found_jdk)
-endif()
+file(GLOB found_jdks LIST_DIRECTORIES true /usr/lib/jvm/java-17-openjdk-*)
+set(found_jdk "")
+foreach(directory $ENV{JAVA_HOME} ${found_jdks})
+  if(NOT found_jdk AND EXISTS "${directory}/include/jni.h")
+    set(found_jdk "${directory}")
+  endif()
+endforeach()
 set(PLOV_JDK "${found_jdk}" CACHE PATH "the Java development kit")
 if(NOT EXISTS "${PLOV_JDK}/include/jni.h" OR NOT EXISTS "${PLOV_JDK}/bin/javac")
   message(FATAL_ERROR "no Java development kit in PLOV_JDK \"${PLOV_JDK}\": scripts/prepare build installs one")

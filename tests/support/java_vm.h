@@ -30,7 +30,7 @@ class WithJavaVm : public testing::Test {
     if (access(kVm, R_OK) != 0) GTEST_SKIP() << "NO JAVA VM at " << kVm << ": scripts/prepare check brings it";
     setenv("PLOV_JVM", kVm, 1);
     setenv("PLOV_CLASSPATH", kClassPath, 1);
-    setenv("_JAVA_OPTIONS", "-Xmx48m", 0);
+    setenv("_JAVA_OPTIONS", "-Xmx24m -XX:+UseSerialGC", 0);
   }
 };
 

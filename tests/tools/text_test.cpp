@@ -104,12 +104,13 @@ TEST(Codes, OfAllPublicHeadersAreExplainedHereAndInTheManual) {
   const std::regex constant(
       "#define ("
       "(XLOG_(RECORD|SYSEVENT|E4_SYSEVENT|EVENT_DATA|PURGE|TRIM|MICROCODE_BAD|RETRIEVE|FREE|ENCODE|DECODE|ERR)"
-      "|XP11|XDFC|XPCE_PROBE|XACT|XMIS|XSIM|XBT)_\\w+) (0x\\w+|\\d+)u");
+      "|XP11|XDFC|XPCE_PROBE|XACT|XMIS|XSIM|XBT|XNB)_\\w+) (0xA00\\d|0x\\w+u|\\d+u)");
   const std::regex other(
       "XLOG_(RECORD_BLOCK_SIZE|TRIM_SIZE)|XDFC_(E_\\w+|DE_\\w+|ACTION_\\w+|PATH_SIZE|TABLE_SIZE)"
-      "|XBT_(REBOOT_\\d|HALT|POWER_OFF|NAME_LIMIT)|XLOG_DECODE_BAD_ARGUMENT");
+      "|XBT_(REBOOT_\\d|HALT|POWER_OFF|NAME_LIMIT)|XNB_OK|XLOG_DECODE_BAD_ARGUMENT");
   int count = 0;
-  for (const char* header : {"xlog.h", "xdfc.h", "xpce.h", "xact.h", "xmis.h", "xsim.h", "xbt.h"}) {
+  for (const char* header :
+       {"xlog.h", "xdfc.h", "xpce.h", "xact.h", "xmis.h", "xsim.h", "xbt.h", "../platform/xnb.h"}) {
     const std::string text = test::read_file(std::string(PLOV_SOURCE_DIR "/include/") + header);
     for (std::sregex_iterator match(text.begin(), text.end(), constant), end; match != end; ++match) {
       const std::string name = (*match)[1];

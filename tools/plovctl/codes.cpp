@@ -8,6 +8,7 @@
 #include "xdfc.h"
 #include "xlog.h"
 #include "xmis.h"
+#include "xnb.h"
 #include "xpce.h"
 #include "xsim.h"
 
@@ -58,6 +59,7 @@ constexpr const char* kSpawn = "xmis_spawn_pgm";
 constexpr const char* kSimLoad = "loading the map (xsim)";
 constexpr const char* kSimField = "the field operations (xsim)";
 constexpr const char* kRestart = "xbt_restart";
+constexpr const char* kBridge = "a call of Java";
 constexpr const char* kProbe = "the pointer probes (xpce)";
 
 // clang-format off
@@ -440,6 +442,20 @@ constexpr Code kCodes[] = {
     {Family::xbt, XBT_COMMAND_FAILED, "XBT_COMMAND_FAILED", kRestart,
      "neither the Java side nor the local command: the machine runs on",
      "Shut the machine down by hand: reboot, halt or poweroff."},
+
+    {Family::xnb, XNB_NO_VM, "XNB_NO_VM", kBridge, "no Java VM in this process, or the thread could not be attached",
+     "See that the process is one of Java's, or that PLOV_JVM names a libjvm.so: plovsp1(7)."},
+    {Family::xnb, XNB_NO_CLASS, "XNB_NO_CLASS", kBridge, "no such Java class, or its initialisation failed",
+     "See the class path: PLOV_CLASSPATH, or that of the Java process."},
+    {Family::xnb, XNB_NO_METHOD, "XNB_NO_METHOD", kBridge, "no such Java method of these argument types and this kind of result",
+     "The Java side is of another version: install both of one."},
+    {Family::xnb, XNB_EXCEPTION, "XNB_EXCEPTION", kBridge, "Java threw an exception",
+     "Of a Java-served field and of a restart its words are in the trace: plovctl trace."},
+    {Family::xnb, XNB_NO_MEMORY, "XNB_NO_MEMORY", kBridge, "native memory or Java references are used up", kMemory},
+    {Family::xnb, XNB_BAD_ARGUMENT, "XNB_BAD_ARGUMENT", kBridge, "an argument of a bridge call is missing, too long or no signature",
+     "Correct the calling program."},
+    {Family::xnb, XNB_BAD_REFERENCE, "XNB_BAD_REFERENCE", kBridge, "an object of a bridge call is null, released or of another class",
+     "Correct the calling program."},
 };
 // clang-format on
 
@@ -491,6 +507,8 @@ const char* family_name(Family family) {
       return "xsim";
     case Family::xbt:
       return "xbt";
+    case Family::xnb:
+      return "xnb";
     default:
       return "xpce";
   }
@@ -503,6 +521,7 @@ std::string notation(Family family, uint32_t value) {
     case Family::xpce:
     case Family::xmis:
     case Family::xbt:
+    case Family::xnb:
       return hex(value, 4);
     default:
       return std::to_string(value);

@@ -6,34 +6,29 @@ import java.nio.charset.StandardCharsets;
 
 /** What the tests call beside the console's own classes. */
 public class Calls {
-    static class Base {
-        private String hidden(String text) {
-            return "hidden " + text;
-        }
+    private String hidden(String text) {
+        return "hidden " + text;
     }
 
-    public static final class Derived extends Base {
+    static final class Derived extends Calls {
     }
 
     static final class Broken {
         static int value = Integer.parseInt("broken");
     }
 
-    static final class Nameless extends RuntimeException {
-        private static final long serialVersionUID = 1L;
-
-        @Override
-        public String toString() {
-            throw this;
-        }
-    }
-
     static String all(boolean z, byte b, char c, short s, int i, long j, float f, double d, String t, int[][] a) {
         return z + " " + b + " " + (int) c + " " + s + " " + i + " " + j + " " + f + " " + d + " " + t + " " + a;
     }
 
+    @SuppressWarnings("serial")
     static void nameless() {
-        throw new Nameless();
+        throw new RuntimeException() {
+            @Override
+            public String toString() {
+                throw this;
+            }
+        };
     }
 
     static String same(String text) {
