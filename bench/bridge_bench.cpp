@@ -1,6 +1,6 @@
 // What a call of the bridge costs beside its floor: the same call by JNI on an attached thread, with the class, the
-// method and whatever else can be looked up beforehand at hand. BENCH_JVM names the VM; without one, what a call in vain
-// costs.
+// method and whatever else can be looked up beforehand at hand. BENCH_JVM names the VM; without one, what a call in
+// vain costs.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 #include <jni.h>

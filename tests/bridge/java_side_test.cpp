@@ -1,7 +1,8 @@
 // The library and the console's Java classes in one process: fields that Java keeps, events that Java is told of or
-// makes a text of, a native function that Java calls.
+// makes a text of, a restart, a native function that Java calls.
 #include <gtest/gtest.h>
 #include <stdarg.h>
+#include <stdlib.h>
 #include <string.h>
 #include <syslog.h>
 
@@ -12,12 +13,20 @@
 #include "support/java_vm.h"
 #include "support/log_calls.h"
 #include "support/log_file.h"
+#include "xbt.h"
 #include "xsim.h"
 
 using namespace test;
 
 namespace {
 std::string system_log;
+std::vector<std::string> commands;
+}  // namespace
+
+// Nothing here may stop the machine.
+int system(const char* command) {
+  commands.push_back(command);
+  return 0;
 }
 
 void syslog(int priority, const char* format, ...) {
@@ -74,6 +83,23 @@ TEST_F(JavaSide, MakesTheTextOfASystemEvent) {
       record({.classes = 0, .type = 1, .user = 797, .name = "twelve bytes", .blocks = {{0xF1, "1234"}, {3, ""}}}).sysrc,
       0);
   EXPECT_EQ(system_log, std::to_string(LOG_USER | LOG_INFO) + " %s 0 1 797 twelve bytes -15=4 3=0");
+}
+
+// The class answers with the number that the message is, and throws at one that is none.
+TEST_F(JavaSide, IsAskedForARestartFirst) {
+  const auto restart = [](const char* message, uint32_t type) {
+    uint32_t comprc = 0xDEAD;
+    const int32_t sysrc = xbt_restart(&comprc, "test \u00FC", message, type);
+    return Codes(sysrc, comprc);
+  };
+  EXPECT_EQ(restart("0", XBT_HALT), Codes(0, 0));
+  EXPECT_EQ(restart("1", XBT_HALT), Codes(2, XBT_JAVA_ANSWERED_1));
+  EXPECT_EQ(restart("2", XBT_HALT), Codes(2, XBT_JAVA_ANSWERED_2));
+  EXPECT_TRUE(commands.empty());
+  EXPECT_EQ(restart("7", XBT_REBOOT_2), Codes(8, XBT_BAD_ANSWER));
+  EXPECT_EQ(restart("no number", XBT_POWER_OFF), Codes(8, XBT_CALL_FAILED));
+  EXPECT_EQ(commands, (std::vector<std::string>{"reboot", "poweroff"}));
+  EXPECT_EQ(read_all()[0].name.substr(0, 7), "RESTART") << "a failure is an event";
 }
 
 TEST_F(JavaSide, TrimsALog) {
