@@ -5,6 +5,7 @@
 
 #include "frame/call.h"
 #include "frame/deferred.h"
+#include "frame/recording.h"
 #include "xlog.h"
 #include "xtr.h"
 
@@ -19,9 +20,6 @@ constexpr uint8_t kTypeRemovable = 11;
 constexpr char kRemovableMount[] = "/mnt/floppy/";
 constexpr char kEventName[] = "DFC Hard Err";
 static_assert(sizeof kEventName - 1 == XLOG_NAME_SIZE);
-
-// Set while this thread writes such an entry: writing it may meet the same device.
-thread_local bool recording __attribute__((tls_model("initial-exec")));
 
 bool device_failed(uint32_t error) {
   return error == EIO || error == ENXIO || error == EBUSY || error == ENODEV;
@@ -42,9 +40,8 @@ void record(const frame::Deferred& failure) {
   memcpy(request.event_name, kEventName, sizeof request.event_name);
   request.data = &node;
   uint32_t comprc = 0;
-  recording = true;
+  const frame::Recording recording;
   xlog_record(&request, &comprc);
-  recording = false;
 }
 
 }  // namespace
@@ -54,7 +51,7 @@ uint32_t xdfc_hard_err(int32_t error_id, uint32_t comprc_value, const char* path
   const bool hard = device_failed(comprc_value);
   if (hard) {
     const bool removable = strncmp(path, kRemovableMount, sizeof kRemovableMount - 1) == 0;
-    if (!recording)
+    if (!frame::Recording::active())
       frame::record_or_defer(
           {record, {error_id, static_cast<int32_t>(comprc_value), removable ? kTypeRemovable : kTypeFixed, 0}});
     xtr_trace("XDFCHE F: HARDWARE ERROR! uErrorID=%d, ulComprc=%ld", error_id, static_cast<long>(comprc_value));

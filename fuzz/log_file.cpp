@@ -1,5 +1,6 @@
-// Arbitrary bytes as a log file, read back in several ways: nothing is read outside, what comes out keeps the promises
-// of xlog.h, all memory comes back. The mutator knows where the fields lie, so that most inputs are nearly right.
+// Arbitrary bytes as a log file, read back in several ways and changed in place: nothing is read or written outside,
+// what comes out keeps the promises of xlog.h, all memory comes back. The mutator knows where the fields lie, so that
+// most inputs are nearly right.
 #include <sched.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -59,6 +60,21 @@ uint32_t retrieve(const xlog_retrieve_block& wanted) {
   require(xlog_free(&block, &comprc) == 0);
   require(blocks_held == 0);
   return count;
+}
+
+// Wherever the links lead, a change in place leaves the file header alone.
+template <class Request>
+void change(const uint8_t* data, size_t size, int32_t (*call)(Request*, uint32_t*), Request request) {
+  write_file(data, size);
+  request.identity = {{1, 1, 0}, {1000, 0}};  // of a log as the tests make it
+  snprintf(request.target_session, sizeof request.target_session, "!%s", name);
+  uint32_t comprc = 0;
+  const int32_t sysrc = call(&request, &comprc);
+  require(sysrc == 0 || sysrc == 8);
+  uint8_t header[XLOG_FILE_HEADER_SIZE];
+  if (size < sizeof header || sysrc != 0) return;
+  require(pread(file, header, sizeof header, 0) == static_cast<ssize_t>(sizeof header));
+  require(memcmp(header, data, sizeof header) == 0);
 }
 
 // ---- the mutator ----------------------------------------------------------------------------------------------------
@@ -187,5 +203,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   // A list takes blocks away, never logs.
   require(counts[5] == counts[0] && counts[4] <= counts[0]);
+
+  xlog_update_request update = {};
+  update.data_size = 7;
+  update.data = "changed";
+  change(data, size, xlog_update_log, update);
+  change(data, size, xlog_update_type, xlog_update_type_request{});
+  change(data, size, xlog_mark_log_for_delete, xlog_mark_request{});
   return 0;
 }

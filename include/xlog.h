@@ -22,8 +22,8 @@ PLOV_BEGIN_DECLS
 
 #define XLOG_LEVEL_NONE 0u    /* no failure recorded */
 #define XLOG_LEVEL_REPORT 1u  /* report only */
-#define XLOG_LEVEL_DAMAGED 2u /* the file is damaged: to be saved and begun anew (not yet: report only) */
-#define XLOG_LEVEL_RECORD 4u  /* an error log is to be recorded (not yet: report only) */
+#define XLOG_LEVEL_DAMAGED 2u /* the file is damaged: to be saved and begun anew */
+#define XLOG_LEVEL_RECORD 4u  /* an error log is to be recorded */
 
 /* Zeroed and given `target_session` by whoever begins an operation; carries the open file and the first failure. */
 typedef struct xlog_err_interface {
@@ -284,6 +284,89 @@ PLOV_API int32_t xlog_get_backtrace(char** text, uint32_t skip, uint32_t* comprc
 /* The position behind the last byte of `buffer` that is not 0, at least 1. Probes nothing. */
 PLOV_API uint32_t xlog_get_block_size(const char* buffer, uint32_t size);
 
+/* Copies the main log, "wexoe4.log" and the compressed copies to files of the same names behind "cduffdc_". 0, or 8
+ * when a failure was logged: error codes 0x4901 to 0x4904 of a microcode log. Probes nothing. */
+PLOV_API int32_t xlog_take_snapshot(void);
+#define XLOG_SNAPSHOT_LOCK 0x4901u
+#define XLOG_SNAPSHOT_MAIN 0x4902u
+#define XLOG_SNAPSHOT_E4 0x4903u
+#define XLOG_SNAPSHOT_COMPRESSED 0x4904u
+
+/* Changing a log in place. */
+
+/* All nine bytes of the identity must be equal. A log that is marked as deleted is found too. */
+typedef struct PLOV_PACKED xlog_update_request {
+  uint16_t flags; /* not used */
+  xlog_event_identity identity;
+  uint8_t unused;
+  uint32_t data_size; /* bytes */
+  char target_session[2048];
+  const void* data;
+} xlog_update_request;
+
+typedef struct PLOV_PACKED xlog_update_type_request {
+  uint16_t flags; /* not used */
+  xlog_event_identity identity;
+  uint8_t new_type;
+  char target_session[2048];
+} xlog_update_type_request;
+
+typedef struct PLOV_PACKED xlog_mark_request {
+  uint16_t flags; /* not used */
+  xlog_event_identity identity;
+  char target_session[2049];
+} xlog_mark_request;
+
+/* `comprc` values beside success (sysrc 0): nothing was written. */
+#define XLOG_UPDATE_NOT_FOUND 8u
+#define XLOG_UPDATE_NO_MODIFY_BLOCK 15u
+
+/* `comprc` values and, of the chain, `error_id` values of the three: xlog_update_log, _type, xlog_mark_log_for_delete.
+ */
+#define XLOG_UPDATE_LOG_BAD_REQUEST 0x5101u /* also its data */
+#define XLOG_UPDATE_LOG_BAD_LINK 0x5202u    /* a link of the class chain does not point below its log */
+#define XLOG_UPDATE_LOG_BAD_START 0x5203u   /* the class chain begins outside the file */
+#define XLOG_UPDATE_LOG_NO_LOCK 0x5300u
+#define XLOG_UPDATE_LOG_WRITE_ERROR 0x5400u
+#define XLOG_UPDATE_LOG_WRITE_SHORT 0x5401u
+#define XLOG_UPDATE_LOG_FILE_HEADER_ERROR 0x5500u /* reading it */
+#define XLOG_UPDATE_LOG_FILE_HEADER_SHORT 0x5501u
+#define XLOG_UPDATE_LOG_HEADER_ERROR 0x5502u /* reading a log header */
+#define XLOG_UPDATE_LOG_HEADER_SHORT 0x5503u
+#define XLOG_UPDATE_LOG_NOT_OPEN 0x5600u
+#define XLOG_UPDATE_TYPE_BAD_REQUEST 0x5102u
+#define XLOG_UPDATE_TYPE_BAD_LINK 0x5206u
+#define XLOG_UPDATE_TYPE_BAD_START 0x5204u
+#define XLOG_UPDATE_TYPE_NO_LOCK 0x5301u
+#define XLOG_UPDATE_TYPE_WRITE_ERROR 0x5402u
+#define XLOG_UPDATE_TYPE_WRITE_SHORT 0x5403u
+#define XLOG_UPDATE_TYPE_FILE_HEADER_ERROR 0x5504u
+#define XLOG_UPDATE_TYPE_FILE_HEADER_SHORT 0x5505u
+#define XLOG_UPDATE_TYPE_HEADER_ERROR 0x5508u
+#define XLOG_UPDATE_TYPE_HEADER_SHORT 0x5509u
+#define XLOG_UPDATE_TYPE_NOT_OPEN 0x5601u
+#define XLOG_MARK_BAD_REQUEST 0x5103u
+#define XLOG_MARK_BAD_LINK 0x5207u
+#define XLOG_MARK_BAD_START 0x5205u
+#define XLOG_MARK_NO_LOCK 0x5302u
+#define XLOG_MARK_WRITE_ERROR 0x5404u
+#define XLOG_MARK_WRITE_SHORT 0x5405u
+#define XLOG_MARK_FILE_HEADER_ERROR 0x5506u
+#define XLOG_MARK_FILE_HEADER_SHORT 0x5507u
+#define XLOG_MARK_HEADER_ERROR 0x550Au
+#define XLOG_MARK_HEADER_SHORT 0x550Bu
+#define XLOG_MARK_NOT_OPEN 0x5602u
+
+/*
+ * Overwrites a log's first modify block with the data, in their full size whatever the block's: longer data overwrite
+ * what follows in the file. Changes a log's type. Marks a log as deleted: it stays in the file, unseen by readers,
+ * until room is made. A damaged file is saved and begun anew (sysrc 8); a bad chain leaves `comprc` 0, but for a bad
+ * start met by xlog_mark_log_for_delete.
+ */
+PLOV_API int32_t xlog_update_log(xlog_update_request* request, uint32_t* comprc);
+PLOV_API int32_t xlog_update_type(xlog_update_type_request* request, uint32_t* comprc);
+PLOV_API int32_t xlog_mark_log_for_delete(xlog_mark_request* request, uint32_t* comprc);
+
 /* Reading back. */
 
 /* Retrieve options. Without TYPE_ONLY, ANY_EVENTID and ALL_CLASSES all four event-id bytes must be equal. */
@@ -535,7 +618,7 @@ PLOV_API int32_t xlog_sig_handler(int32_t flag);
 /* 1 while the guard is installed. */
 extern PLOV_API uint32_t xlog_sig_flag;
 
-/* Error handlers running in this process. */
+/* Error handlers running in this process: one that is called meanwhile only reports. Changed atomically. */
 extern PLOV_API uint32_t xlog_error_pending;
 
 /* System information field 5. 0 until it is read. */
@@ -645,6 +728,17 @@ PLOV_AT(xlog_system_event, user, 4);
 PLOV_AT(xlog_system_event, event_name, 6);
 PLOV_AT(xlog_system_event, target_session, 18);
 PLOV_AT(xlog_e4_system_event, target_session, 18);
+PLOV_AT(xlog_microcode_request, event_name, 8);
+PLOV_AT(xlog_microcode_request, error_code, 20);
+PLOV_AT(xlog_microcode_request, extension, 24);
+PLOV_AT(xlog_update_request, identity, 2);
+PLOV_AT(xlog_update_request, data_size, 12);
+PLOV_AT(xlog_update_request, target_session, 16);
+PLOV_AT(xlog_update_request, data, 2064);
+PLOV_AT(xlog_update_type_request, new_type, 11);
+PLOV_SIZE(xlog_update_type_request, 2060);
+PLOV_AT(xlog_mark_request, target_session, 11);
+PLOV_SIZE(xlog_mark_request, 2060);
 PLOV_AT(xlog_log_entry, timestamp, 4);
 PLOV_AT(xlog_log_entry, event_name, 9);
 PLOV_AT(xlog_log_entry, flags, 21);
@@ -681,6 +775,11 @@ PLOV_SIZE(xlog_e4_system_event, 2084);
 PLOV_AT(xlog_e4_system_event, extra_size, 2072);
 PLOV_AT(xlog_e4_system_event, tower, 2080);
 PLOV_SIZE(xlog_message_reference, 16);
+PLOV_SIZE(xlog_update_request, 2068);
+PLOV_SIZE(xlog_microcode_request, 2096);
+PLOV_AT(xlog_microcode_request, data, 28);
+PLOV_AT(xlog_microcode_request, chain, 2084);
+PLOV_AT(xlog_microcode_request, timestamp, 2088);
 PLOV_SIZE(xlog_event_data_details, 12);
 PLOV_SIZE(xlog_pattern, 20);
 PLOV_AT(xlog_pattern, mask, 12);

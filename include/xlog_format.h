@@ -90,7 +90,13 @@ typedef struct PLOV_PACKED xlog_log_header {
 #define XLOG_STANDARD_BLOCK_ID 0x01u /* the recording process */
 #define XLOG_LOG_INFO_BLOCK_ID 0x03u
 #define XLOG_EXTRA_DATA_BLOCK_ID 0xD0u /* of a system event in "e4" */
-#define XLOG_ERROR_BLOCK_ID 0xF0u      /* 16-bit error id, 32-bit reason */
+#define XLOG_FILE_LIST_BLOCK_ID 0xDFu  /* names of files, in the chain of a microcode log */
+#define XLOG_BACKTRACE_BLOCK_ID 0xE0u  /* to 0xEC */
+#define XLOG_LAST_BACKTRACE_BLOCK_ID 0xECu
+#define XLOG_THREAD_TRACE_BLOCK_ID 0xEDu
+#define XLOG_PROCESS_TRACE_BLOCK_ID 0xEEu
+#define XLOG_TRACE_BLOCK_ID 0xEFu
+#define XLOG_ERROR_BLOCK_ID 0xF0u /* xlog_error_block */
 #define XLOG_SYSTEM_EVENT_BLOCK_ID 0xF1u
 #define XLOG_REFCODE_BLOCK_ID 0xF2u
 #define XLOG_TOWER_BLOCK_ID 0xF3u
@@ -148,6 +154,12 @@ typedef struct PLOV_PACKED xlog_crash_file {
   uint8_t hundredths;
 } xlog_crash_file;
 
+/* Error block: what failed, and a detail of it. */
+typedef struct PLOV_PACKED xlog_error_block {
+  uint16_t error_id;
+  uint32_t error_reason;
+} xlog_error_block;
+
 /* The Log Info Log: class 255, type 255, first log of every file but "e4". */
 #define XLOG_LOG_INFO_NAME "Log Info Log"
 #define XLOG_LOG_INFO_SIZE 64u
@@ -201,5 +213,7 @@ PLOV_AT(xlog_crash_file, log_type, 3);
 PLOV_AT(xlog_crash_file, user, 6);
 PLOV_AT(xlog_crash_file, seconds, 10);
 PLOV_AT(xlog_crash_file, hundredths, 16);
+PLOV_SIZE(xlog_error_block, 6);
+PLOV_AT(xlog_error_block, error_reason, 2);
 
 #endif

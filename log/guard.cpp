@@ -7,6 +7,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "log/error_handler.h"
 #include "log/lock.h"
 #include "xlog.h"
 #include "xtr.h"
@@ -48,6 +49,7 @@ void xlog_handler(int signal, siginfo_t* information, void* context) {
       int32_t rc = unlock_in_crash();
       if (rc != 0) xtr_trace("XLOG   F: Log release semaphore failed with rc of %x", rc);
       while (rc == 0) rc = unlock_in_crash();
+      forget_handlers_in_crash();
       restore_and_send_again(signal, information);
     }
   } else if (has_handler(previous_action)) {

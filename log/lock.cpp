@@ -5,6 +5,7 @@
 #include <atomic>
 
 #include "frame/deferred.h"
+#include "log/error_handler.h"
 #include "log/guard.h"
 #include "xlog.h"
 #include "xsem.h"
@@ -28,7 +29,7 @@ thread_local Holder holder __attribute__((tls_model("initial-exec")));
 void in_forked_child() {
   if (holder.cancel_saved) pthread_setcancelstate(holder.cancel_state, nullptr);
   holder = {};
-  xlog_error_pending = 0;
+  forget_handlers_in_child();
   forget_guard_in_child();
   frame::forget_locks();
 }

@@ -21,16 +21,8 @@ namespace {
 constexpr uint8_t kClass = 10;
 constexpr uint32_t kTraceSize = 40960;
 constexpr uint32_t kFramesOfOurs = 3;
-constexpr uint8_t kFirstBacktraceBlock = 0xE0, kLastBacktraceBlock = 0xEC;
-constexpr uint8_t kFileListBlock = 0xDF, kThreadBlock = 0xED, kProcessBlock = 0xEE, kFacilityBlock = 0xEF;
 constexpr uint32_t kTraceOptions =
     XLOG_MICROCODE_NO_THREAD_TRACE | XLOG_MICROCODE_NO_PROCESS_TRACE | XLOG_MICROCODE_NO_TRACE;
-
-struct PLOV_PACKED ErrorBlock {
-  uint16_t error_code;
-  uint32_t extension;
-};
-static_assert(sizeof(ErrorBlock) == 6);
 
 // A failure of this function's own, recorded as one of any other component.
 void record_own_failure(uint16_t error_code, uint32_t extension, uint32_t options, const void* data) {
@@ -117,9 +109,9 @@ class Entry {
     if (!text) return;
     bool used[256] = {};
     each_node(request_.chain, [&](const xlog_data_node& node) { used[node.block_id] = true; });
-    uint8_t id = kFirstBacktraceBlock;
-    while (id <= kLastBacktraceBlock && used[id]) ++id;
-    if (id > kLastBacktraceBlock) id = kFirstBacktraceBlock;
+    uint8_t id = XLOG_BACKTRACE_BLOCK_ID;
+    while (id <= XLOG_LAST_BACKTRACE_BLOCK_ID && used[id]) ++id;
+    if (id > XLOG_LAST_BACKTRACE_BLOCK_ID) id = XLOG_BACKTRACE_BLOCK_ID;
     put_in_front(id, text, static_cast<uint32_t>(strlen(text)));
   }
 
@@ -136,11 +128,13 @@ class Entry {
       facility_.take(xtr_fetch);
       if (!facility_.there()) xtr_trace("XLOGMC F: malloc failed for EF block buffer, block will be skipped");
     }
-    if (thread_.there() && !process_.equals(thread_)) put_in_front(kThreadBlock, thread_.text.get(), thread_.size);
+    if (thread_.there() && !process_.equals(thread_))
+      put_in_front(XLOG_THREAD_TRACE_BLOCK_ID, thread_.text.get(), thread_.size);
     // A whole trace that equals the thread's takes away the process's: readers of these entries count on it.
     const bool without_process = facility_.equals(thread_) || facility_.equals(process_);
-    if (process_.there() && !without_process) put_in_front(kProcessBlock, process_.text.get(), process_.size);
-    if (facility_.there()) put_in_front(kFacilityBlock, facility_.text.get(), facility_.size);
+    if (process_.there() && !without_process)
+      put_in_front(XLOG_PROCESS_TRACE_BLOCK_ID, process_.text.get(), process_.size);
+    if (facility_.there()) put_in_front(XLOG_TRACE_BLOCK_ID, facility_.text.get(), facility_.size);
   }
 
   int32_t record(uint32_t* comprc) { return xlog_record(&log_, comprc); }
@@ -163,7 +157,7 @@ class Entry {
   xlog_log_request log_ = {};
   xlog_data_node nodes_[6] = {};
   uint32_t count_ = 0;
-  ErrorBlock error_ = {};
+  xlog_error_block error_ = {};
   frame::Owned<char> backtrace_;
   TraceBlock thread_, process_, facility_;
 };
@@ -233,8 +227,8 @@ int32_t xlog_microcode_log2(xlog_microcode_request* request, uint8_t event_class
 
     bool listed = false;
     log::each_node(copy.chain, [&](const xlog_data_node& node) {
-      if (node.block_id == log::kFileListBlock && !listed) log::trace_file_list(node);
-      listed |= node.block_id == log::kFileListBlock;
+      if (node.block_id == XLOG_FILE_LIST_BLOCK_ID && !listed) log::trace_file_list(node);
+      listed |= node.block_id == XLOG_FILE_LIST_BLOCK_ID;
     });
     log::Entry entry(copy, log::stored_class(event_class));
     if (const uint32_t fault = entry.add_error_and_data(); fault != 0) {

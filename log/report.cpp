@@ -12,17 +12,10 @@ namespace {
 
 constexpr uint32_t kRequestWord = 100;
 
-// The content of an error block.
-struct PLOV_PACKED ErrorDetail {
-  uint16_t error_id;
-  uint32_t error_reason;
-};
-static_assert(sizeof(ErrorDetail) == 6 && offsetof(ErrorDetail, error_reason) == 2);
-
 // From the first error block of the chain; a shorter one is filled with zeros. The event is reported whether or not it
 // has one, so a chain that cannot be read has none.
-ErrorDetail find_error_detail(const xlog_data_node* next) {
-  ErrorDetail detail = {};
+xlog_error_block find_error_detail(const xlog_data_node* next) {
+  xlog_error_block detail = {};
   xlog_data_node node;
   for (uint32_t i = 0; next && i < XLOG_MAX_BLOCKS; ++i, next = node.next) {
     if (!frame::take_from_caller(&node, next, sizeof node, frame::Access::read)) break;
@@ -38,7 +31,7 @@ ErrorDetail find_error_detail(const xlog_data_node* next) {
 
 void report(frame::Call& call, const xlog_log_request& request) {
   const xlog_event_identity identity = {request.eventid, request.timestamp};
-  const ErrorDetail detail = find_error_detail(request.data);
+  const xlog_error_block detail = find_error_detail(request.data);
   uint32_t code = 0;
   const int32_t result = xp11_request(&code, kRequestWord, &identity, 0, detail.error_id, detail.error_reason);
   if (result != 0) call.fail(static_cast<uint32_t>(result), code);

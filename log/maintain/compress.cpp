@@ -17,17 +17,17 @@ int32_t append_logcomp(xlog_file_header* header, xlog_err_interface* err) {
   const uint32_t blocks = logcomp.size() - logcomp.header_size();
   xtr_trace("XLOG   D: writing log header");
   const Transfer head = write_at(stream, header->file_size, bytes, logcomp.header_size());
-  if (!done(err, head, XLOG_ERR_SEEK_LOG_INFO, XLOG_ERR_WRITE_LOG_INFO_HEADER)) return head.stream_error ? 2 : 8;
+  if (!was_written(err, head, XLOG_ERR_SEEK_LOG_INFO, XLOG_ERR_WRITE_LOG_INFO_HEADER)) return head.stream_error ? 2 : 8;
   xtr_trace("XLOG   D: writing system event data");
-  if (!done(err, write_here(stream, bytes + logcomp.header_size(), blocks), XLOG_ERR_WRITE_LOG_INFO_DATA,
-            XLOG_ERR_ROOM_LAST_BLOCK_SHORT) ||
-      !done(err, flush(stream), XLOG_ERR_WRITE_LOG_INFO_DATA, XLOG_ERR_ROOM_LAST_BLOCK_SHORT))
+  if (!was_written(err, write_here(stream, bytes + logcomp.header_size(), blocks), XLOG_ERR_WRITE_LOG_INFO_DATA,
+                   XLOG_ERR_ROOM_LAST_BLOCK_SHORT) ||
+      !was_written(err, flush(stream), XLOG_ERR_WRITE_LOG_INFO_DATA, XLOG_ERR_ROOM_LAST_BLOCK_SHORT))
     return 2;
   logcomp.enter(header);
   xtr_trace("XLOG   D: writing file header");
-  if (!done(err, write_at(stream, 0, header, sizeof *header), XLOG_ERR_ROOM_FILE_HEADER_ERROR,
-            XLOG_ERR_ROOM_FILE_HEADER_SHORT) ||
-      !done(err, flush(stream), XLOG_ERR_ROOM_FILE_HEADER_ERROR, XLOG_ERR_ROOM_FILE_HEADER_SHORT))
+  if (!was_written(err, write_at(stream, 0, header, sizeof *header), XLOG_ERR_ROOM_FILE_HEADER_ERROR,
+                   XLOG_ERR_ROOM_FILE_HEADER_SHORT) ||
+      !was_written(err, flush(stream), XLOG_ERR_ROOM_FILE_HEADER_ERROR, XLOG_ERR_ROOM_FILE_HEADER_SHORT))
     return 2;
   return 0;
 }

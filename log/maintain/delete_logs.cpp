@@ -61,8 +61,8 @@ class Deletion {
     if (header_->last_log_offset == 0) return true;
     xtr_trace("XLOG   D: reading log header BB");
     xlog_log_info newest;
-    if (!done(err_, read_at(stream(), header_->last_log_offset, &newest, sizeof newest), XLOG_ERR_ROOM_NEWEST_SEEK,
-              XLOG_ERR_ROOM_NEWEST_SHORT))
+    if (!was_read(err_, read_at(stream(), header_->last_log_offset, &newest, sizeof newest), XLOG_ERR_ROOM_NEWEST_SEEK,
+                  XLOG_ERR_ROOM_NEWEST_SHORT))
       return false;
     const uint64_t behind = uint64_t{header_->last_log_offset} + newest.total_log_size;
     if (header_->last_log_offset < XLOG_FILE_HEADER_SIZE || behind > UINT32_MAX)
@@ -87,9 +87,9 @@ class Deletion {
   bool mark_live() {
     xlog_file_header marked = *header_;
     const uint16_t flags = marked.file_flags | XLOG_FILE_PRUNE_IN_PROGRESS;
-    if (!done(err_, write_at(stream(), offsetof(xlog_file_header, file_flags), &flags, sizeof flags),
-              XLOG_ERR_ROOM_MARK_HEADER_ERROR, XLOG_ERR_ROOM_MARK_HEADER_SHORT) ||
-        !done(err_, flush(stream()), XLOG_ERR_ROOM_MARK_HEADER_ERROR, XLOG_ERR_ROOM_MARK_HEADER_SHORT))
+    if (!was_written(err_, write_at(stream(), offsetof(xlog_file_header, file_flags), &flags, sizeof flags),
+                     XLOG_ERR_ROOM_MARK_HEADER_ERROR, XLOG_ERR_ROOM_MARK_HEADER_SHORT) ||
+        !was_written(err_, flush(stream()), XLOG_ERR_ROOM_MARK_HEADER_ERROR, XLOG_ERR_ROOM_MARK_HEADER_SHORT))
       return false;
     marked.file_size = XLOG_FILE_HEADER_SIZE;
     memset(marked.class_last_log, 0, sizeof marked.class_last_log);
@@ -99,8 +99,8 @@ class Deletion {
 
   bool write_header(const xlog_file_header& header, uint16_t error_code, uint16_t short_code) {
     xtr_trace("XLOG   D: writing file header");
-    return done(err_, write_at(stream(), 0, &header, sizeof header), error_code, short_code) &&
-           done(err_, flush(stream()), error_code, short_code);
+    return was_written(err_, write_at(stream(), 0, &header, sizeof header), error_code, short_code) &&
+           was_written(err_, flush(stream()), error_code, short_code);
   }
 
   // The disk took no image. A process that dies in here leaves a file that may not be resumable: what is between the
@@ -108,9 +108,10 @@ class Deletion {
   bool move_in_place(const Compaction& compaction, LoadedFile& file) {
     const uint32_t first = compaction.first_moved();
     const uint32_t size = compaction.header().file_size;
-    if (size > first && !(done(err_, write_at(stream(), first, file.bytes() + first, size - first),
-                               XLOG_ERR_ROOM_DATA_ERROR, XLOG_ERR_ROOM_DATA_WRITTEN_SHORT) &&
-                          done(err_, flush(stream()), XLOG_ERR_ROOM_DATA_ERROR, XLOG_ERR_ROOM_DATA_WRITTEN_SHORT)))
+    if (size > first &&
+        !(was_written(err_, write_at(stream(), first, file.bytes() + first, size - first), XLOG_ERR_ROOM_DATA_ERROR,
+                      XLOG_ERR_ROOM_DATA_WRITTEN_SHORT) &&
+          was_written(err_, flush(stream()), XLOG_ERR_ROOM_DATA_ERROR, XLOG_ERR_ROOM_DATA_WRITTEN_SHORT)))
       return false;
     *header_ = compaction.header();
     if (!write_header(*header_, XLOG_ERR_ROOM_END_HEADER_ERROR, XLOG_ERR_ROOM_END_HEADER_SHORT)) return false;

@@ -19,9 +19,16 @@ inline bool failed(xlog_err_interface* err, uint16_t id, uint32_t reason, uint16
 }
 
 // Whether a transfer went well; it has one code for an error that the stream reports and one for a short transfer.
-inline bool done(xlog_err_interface* err, const Transfer& transfer, uint16_t error_code, uint16_t short_code) {
+inline bool was_read(xlog_err_interface* err, const Transfer& transfer, uint16_t error_code, uint16_t short_code) {
   if (transfer.ok) return true;
   return transfer.stream_error ? failed(err, error_code, static_cast<uint32_t>(errno))
+                               : failed(err, short_code, transfer.reason);
+}
+
+// A disk that takes no more is no damage of the file, which the next opening finds as the mark in its header says.
+inline bool was_written(xlog_err_interface* err, const Transfer& transfer, uint16_t error_code, uint16_t short_code) {
+  if (transfer.ok) return true;
+  return transfer.stream_error ? failed(err, error_code, static_cast<uint32_t>(errno), XLOG_LEVEL_REPORT)
                                : failed(err, short_code, transfer.reason);
 }
 

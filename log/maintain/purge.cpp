@@ -52,9 +52,9 @@ class Purge {
     return call_.refuse(code);
   }
 
-  bool done(const Transfer& transfer, uint16_t error_code) {
-    return log::done(&err(), transfer, error_code, static_cast<uint16_t>(error_code + 1)) ||
-           call_.refuse(err().error_id);
+  using Check = bool (*)(xlog_err_interface*, const Transfer&, uint16_t, uint16_t);
+  bool done(Check check, const Transfer& transfer, uint16_t error_code) {
+    return check(&err(), transfer, error_code, static_cast<uint16_t>(error_code + 1)) || call_.refuse(err().error_id);
   }
 
   bool begin() {
@@ -69,7 +69,8 @@ class Purge {
       return call_.fail(static_cast<uint32_t>(opened), err().error_id);
     }
     xlog_file_header header;
-    if (!done(read_at(err().file_handle, 0, &header, sizeof header), XLOG_PURGE_FILE_HEADER_ERROR) || !mark(header))
+    if (!done(was_read, read_at(err().file_handle, 0, &header, sizeof header), XLOG_PURGE_FILE_HEADER_ERROR) ||
+        !mark(header))
       return false;
     // Without amounts nothing else is marked: this closes the gaps.
     xlog_stage_result nothing = {};
@@ -87,7 +88,7 @@ class Purge {
     for (int32_t i = 0; i < request_.count; ++i)
       if (!mark_class(file, header, request_.classes[i])) return false;
     bool marked;
-    return done(file.write_flags(err().file_handle, &marked), XLOG_PURGE_MARK_ERROR);
+    return done(was_written, file.write_flags(err().file_handle, &marked), XLOG_PURGE_MARK_ERROR);
   }
 
   // A link that leads out of the class leads into other logs, or into their data: nothing may be marked there.

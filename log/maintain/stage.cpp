@@ -64,8 +64,8 @@ bool tally(const xlog_file_header& header, xlog_err_interface* err, const Config
   if (!tally_logs(header, configuration, file, err, &tally)) return false;
   bool deleted;
   const Transfer written = file.write_flags(err->file_handle, &deleted);
-  if (!(deleted ? done(err, written, XLOG_ERR_ROOM_DELETED_ERROR, XLOG_ERR_ROOM_DELETED_SHORT)
-                : done(err, written, XLOG_ERR_ROOM_KEPT_ERROR, XLOG_ERR_ROOM_KEPT_SHORT)))
+  if (!(deleted ? was_written(err, written, XLOG_ERR_ROOM_DELETED_ERROR, XLOG_ERR_ROOM_DELETED_SHORT)
+                : was_written(err, written, XLOG_ERR_ROOM_KEPT_ERROR, XLOG_ERR_ROOM_KEPT_SHORT)))
     return false;
   *result = spread(tally, header.max_file_size);
   const auto amount = [&](int priority) { return static_cast<long>(result->bytes_to_delete[priority]); };

@@ -138,6 +138,17 @@ int append_to(void* area, const xlog_message_reference& reference, uint32_t* rc)
   return append_with(&cursor, &reference, rc);
 }
 
+int update_with(const void* data, uint32_t* rc) {
+  xlog_update_request request = {0, {}, 0, 64, "", data};
+  return xlog_update_log(&request, rc);
+}
+
+// It says 8 to a bad request, and records an entry of its own about it.
+int microcode_with(xlog_microcode_request* request, uint32_t* rc) {
+  const int sysrc = xlog_microcode_log(request, rc);
+  return sysrc == 8 ? 2 : sysrc;
+}
+
 // Where an address is optional, none is no fault: the table's answer for it.
 template <class Call>
 int unless_null(Any p, uint32_t code, uint32_t* rc, Call call) {
@@ -277,6 +288,11 @@ std::vector<Argument> arguments(Good& g) {
 
       BAD(xlog_log_purge, "block", input, sizeof(xlog_purge_block), 0x4103, p),
       BAD(xlog_trim_log, "destination", string, 0, 0x4104, p),
+      BAD(xlog_update_log, "request", output, sizeof(xlog_update_request), 0x5101, p),
+      BAD_IN(xlog_update_log, "data", input, 64, 0x5101, update_with(p, rc)),
+      BAD(xlog_update_type, "request", output, sizeof(xlog_update_type_request), 0x5102, p),
+      BAD(xlog_mark_log_for_delete, "request", output, sizeof(xlog_mark_request), 0x5103, p),
+      BAD_IN(xlog_microcode_log, "request", output, sizeof(xlog_microcode_request), 0x8002, microcode_with(p, rc)),
 
       BAD(xmis_spawn_pgm, "parameters", output, sizeof(xmis_spawn_parameters), 1, p),
       BAD_IN(xmis_spawn_pgm, "program", string, 0, 3, spawn_with(p, argv, nullptr, rc)),
@@ -315,10 +331,10 @@ const std::set<std::string> kUnprobed = {
     "xlog_match_eventid", "xlog_match_pattern", "xlog_match_time", "xlog_open_file", "xlog_process_init",
     "xlog_sig_handler", "xlog_stage_one", "xlog_e4_prune", "xlog_get_block_size", "xlogTrimLog",
     "Java_com_zanth_vemra_base_brellogs_WriteData_jniPruneE4Log",
-    // A bad pointer of theirs becomes an entry of its own.
-    "xlog_get_backtrace", "xlog_microcode_log", "xlog_microcode_log2",
+    // One never refuses, the other is xlog_microcode_log with a class.
+    "xlog_get_backtrace", "xlog_microcode_log2",
     // They take none.
-    "xsim_java_size", "xsim_size", "xsim_uninit"};
+    "xlog_take_snapshot", "xsim_java_size", "xsim_size", "xsim_uninit"};
 constexpr const char* kUnprobedFamilies[] = {"xact_", "xcsf_"};
 const std::set<std::string> kData = {"SIM_array",          "bt_err_info", "bt_err_list",  "err_info",
                                      "err_list",           "pXsim_ptr",   "pxsim_hdr",    "xdfc_file_req",
@@ -433,7 +449,9 @@ class HostilePointers : public testing::Test {
   }
   void TearDown() override {
     EXPECT_EQ(record({}).sysrc, 0);
-    EXPECT_EQ(read_all().size(), 3u) << "no refused record is in the log";
+    auto logs = read_all();
+    std::erase_if(logs, [](const ReadLog& log) { return log.name == std::string("LIC log Err\0", 12); });
+    EXPECT_EQ(logs.size(), 3u) << "no refused record is in the log";
   }
 };
 

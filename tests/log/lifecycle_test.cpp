@@ -35,7 +35,7 @@ Opened open_log(const std::string& session) {
   if (result == 0) {
     EXPECT_EQ(ftell(err->file_handle), 0);
   }
-  // A damaged file is handed on open: whoever acts on the damage needs the stream.
+  // In place of a damaged file the new one is handed on open.
   if (err->file_handle) {
     EXPECT_EQ(xlog_close_file(err.get()), 0);
     EXPECT_EQ(err->file_handle, nullptr);
@@ -144,7 +144,7 @@ TEST(NewFile, IsNeverMadeThroughALink) {
   EXPECT_EQ(read_file(victim), "precious");
 }
 
-TEST(ExistingFile, DamageIsRefusedAndAnInterruptedPruneFinished) {
+TEST(ExistingFile, DamageIsReplacedAndAnInterruptedPruneFinished) {
   ASSERT_EQ(open_log("").result, 0);
   const std::string good = read_file(data_path("wexolog.log"));
   for (const size_t size : {0, 1, 1039}) {
@@ -162,7 +162,7 @@ TEST(ExistingFile, DamageIsRefusedAndAnInterruptedPruneFinished) {
   memset(&overlapping[offsetof(xlog_file_header, file_size)], 0, 4);
   write_file(data_path("wexolog.log"), overlapping);
   EXPECT_EQ(record({}), std::make_pair(8, XLOG_RECORD_READ_SHORT));
-  EXPECT_EQ(read_file(data_path("wexolog.log")), overlapping);
+  EXPECT_EQ(read_file(data_path("wexosave.log")), overlapping);
   ASSERT_EQ(mkfifo(data_path("wexof.log").c_str(), 0600), 0);
   EXPECT_EQ(open_log("f").reason, static_cast<uint32_t>(EINVAL)) << "a FIFO keeps whoever opens it";
 }

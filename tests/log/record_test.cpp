@@ -7,6 +7,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
 
 #include "plovmemdebug.h"
@@ -256,25 +257,36 @@ TEST(Record, MemoryFailures) {
   EXPECT_TRUE(record({.blocks = {{1, "b"}}}) == std::make_pair(8, +XLOG_ENCODE_NO_CODES));
   fail_allocation = 0;
   EXPECT_TRUE(record({}) == kDone);
-  EXPECT_EQ(read_all().size(), 3u);
+  EXPECT_EQ(read_all().size(), 3u + 4u) << "each of the four has an error log";
 }
 
-// Every transfer of a record fails once, at every position. The file is as before, the code is the step's, the next
-// record succeeds.
+size_t own_events() {
+  const auto logs = read_all();
+  return static_cast<size_t>(
+      std::count_if(logs.begin(), logs.end(), [](const ReadLog& log) { return log.name == "test event  "; }));
+}
+
+// Every transfer of a record fails once, at every position. The code is the step's; the file is as before, or, where
+// the failure looks like damage, saved and begun anew; the next record succeeds.
 void fail_each(int& failure, const std::vector<uint32_t>& codes) {
   const Event event = {.flags = XLOG_STANDARD_LOG_FLAG | XLOG_MODIFY_BLOCK_FLAG,
                        .blocks = {{0x10, "block"}, {0x00, "raw bytes"}}};
   ASSERT_TRUE(record(event) == kDone);
-  const size_t logs = read_all().size();
   for (size_t i = 0; i < codes.size(); ++i) {
+    const size_t events = own_events();
+    const std::string before = log_bytes();
+    remove(data_path("wexosave.log").c_str());
     failure = static_cast<int>(i) + 1;
     const Result result = record(event);
     EXPECT_EQ(failure, 0) << "the failure at " << i + 1 << " did not happen";
     failure = 0;
     EXPECT_TRUE(result == std::make_pair(8, codes[i])) << i + 1 << ": " << testing::PrintToString(result);
-    EXPECT_EQ(read_all().size(), logs + i) << "after failure " << i + 1;
+    const bool damage = codes[i] == XLOG_RECORD_READ_ERROR || codes[i] % 2 == 1;
+    const size_t kept = damage ? 0 : events;
+    EXPECT_EQ(own_events(), kept) << "after failure " << i + 1;
+    EXPECT_EQ(read_file(data_path("wexosave.log")).size() >= before.size(), damage);
     EXPECT_TRUE(record(event) == kDone);
-    EXPECT_EQ(read_all().size(), logs + i + 1);
+    EXPECT_EQ(own_events(), kept + 1);
   }
   failure = static_cast<int>(codes.size()) + 1;
   EXPECT_TRUE(record(event) == kDone) << "there are more positions than were tried";

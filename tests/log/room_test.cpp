@@ -144,7 +144,7 @@ TEST(Room, AnEventIsRefusedOnlyWhenNothingMayGo) {
   EXPECT_EQ(count_by_class(read_all())[0x33], 1);
 }
 
-TEST(Room, DamageStopsWithItsCodeAndMovesNothing) {
+TEST(Room, DamageHasItsCodeAndIsSavedUnmoved) {
   configure(10, 1);
   struct Case {
     const char* what;
@@ -172,7 +172,7 @@ TEST(Room, DamageStopsWithItsCodeAndMovesNothing) {
     c.damage(file, file.info(offset));
     write_file(kLog, file.bytes());
     EXPECT_EQ(record({.blocks = {{1, noise(600)}}}), std::make_pair(8, c.code)) << c.what;
-    EXPECT_EQ(read_file(kLog).size(), file.bytes().size()) << c.what;
+    EXPECT_EQ(read_file(data_path("wexosave.log")).size(), file.bytes().size()) << c.what;
     EXPECT_FALSE(exists(kLog + ".new")) << c.what;
   }
   // A file whose mark is set, without an image: its newest log tells where it ends.

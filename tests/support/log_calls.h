@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "support/codes.h"
 #include "support/log_file.h"
 #include "xlog.h"
 
@@ -29,6 +30,23 @@ struct Event {
 };
 
 Result record(const Event& event);
+
+// The three that change a log in place.
+template <class Request, class Call>
+Codes in_place(Call call, const xlog_event_identity& log, Request request = {}) {
+  request.identity = log;
+  return codes(call, &request);
+}
+inline Codes update_log(const xlog_event_identity& log, const std::string& data) {
+  return in_place<xlog_update_request>(xlog_update_log, log,
+                                       {0, {}, 0, static_cast<uint32_t>(data.size()), "", data.data()});
+}
+inline Codes update_type(const xlog_event_identity& log, uint8_t type) {
+  return in_place<xlog_update_type_request>(xlog_update_type, log, {0, {}, type, ""});
+}
+inline Codes mark_for_delete(const xlog_event_identity& log) {
+  return in_place<xlog_mark_request>(xlog_mark_log_for_delete, log);
+}
 
 struct ReadLog {
   xlog_eventid eventid;

@@ -344,6 +344,34 @@ TEST(Plovctl, SaysWhatWentWrongAndEndsAccordingly) {
                                           HasSubstr("line 4 of wexoinit.trm")));
 }
 
+TEST(Plovctl, RecordsAnInternalErrorAndShowsItReadably) {
+  const Outcome recorded = plovctl("microcode --json --type 1 --user 9 --code 0x4902 --extension 0xAB --name jam");
+  ASSERT_EQ(recorded.exit, 0) << recorded.out;
+  EXPECT_EQ(show("-n 1").objects().at(0).at("reference_code"), "E4014902");
+  EXPECT_EQ(show("-n 1").objects().at(0).at("extension"), "ab");
+  EXPECT_THAT(plovctl("show -n 1").out, HasSubstr(" refcode E4014902 ext ab\n"));
+  EXPECT_THAT(plovctl("show -n 1 --hex").out,
+              testing::ContainsRegex("\n    20[^\n]+XLOG   T -> xlog_microcode_log2\n"));
+}
+
+TEST(Plovctl, ChangesOneEventInPlaceAndTakesASnapshot) {
+  ASSERT_EQ(plovctl("record --class 7 --type 1 --user 2 --modify").exit, 0);
+  const json event = show("-n 1").objects().at(0);
+  const auto which = [&](int user) {
+    char time[32];
+    snprintf(time, sizeof time, "@%u.%02u", event.at("seconds").get<unsigned>(),
+             event.at("hundredths").get<unsigned>());
+    return " --class 7 --type 1 --user " + std::to_string(user) + " --time " + time;
+  };
+  EXPECT_EQ(plovctl("update --text 'new text'" + which(2)).exit, 0);
+  EXPECT_EQ(show("-n 1").objects().at(0)["blocks"][1]["base64"].get<std::string>().substr(0, 10), "bmV3IHRleH");
+  EXPECT_THAT(plovctl("update --text " + std::string(65, 'x') + which(2)).out, HasSubstr("overwrite what follows"));
+  EXPECT_EQ(plovctl("update --text x" + which(3)).exit, 1);
+  EXPECT_THAT(plovctl("snapshot").out, HasSubstr("cduffdc_wexolog.log, ")) << "though there is no log e4";
+  EXPECT_EQ(plovctl("delete" + which(2)).exit, 0);
+  EXPECT_THAT(show("--class 7").out, IsEmpty());
+}
+
 TEST(Plovctl, SpawnsPrograms) {
   const auto spawn = [](const std::string& rest) { return plovctl("spawn --json " + rest); };
   const json started = spawn("-- true").objects().at(0);

@@ -103,7 +103,8 @@ TEST(Codes, OfAllPublicHeadersAreExplainedHereAndInTheManual) {
   const std::string manual = test::read_file(PLOV_SOURCE_DIR "/man/plovsp1.7.scd");
   const std::regex constant(
       "#define ("
-      "(XLOG_(RECORD|SYSEVENT|E4_SYSEVENT|EVENT_DATA|PURGE|TRIM|MICROCODE_BAD|RETRIEVE|FREE|ENCODE|DECODE|ERR)"
+      "(XLOG_(RECORD|SYSEVENT|E4_SYSEVENT|EVENT_DATA|PURGE|TRIM|MICROCODE_BAD|UPDATE|MARK|SNAPSHOT|RETRIEVE|FREE|"
+      "ENCODE|DECODE|ERR)"
       "|XP11|XDFC|XPCE_PROBE|XACT|XMIS|XSIM|XBT|XNB)_\\w+) (0xA00\\d|0x\\w+u|\\d+u)");
   const std::regex other(
       "XLOG_(RECORD_BLOCK_SIZE|TRIM_SIZE)|XDFC_(E_\\w+|DE_\\w+|ACTION_\\w+|PATH_SIZE|TABLE_SIZE)"

@@ -62,6 +62,10 @@ Fields tower_fields(Bytes data) {
   return {{"text", text.substr(0, length), {}}, {"number", text.substr(length + 2), {}}};
 }
 
+bool is_backtrace(uint8_t id) {
+  return id >= XLOG_BACKTRACE_BLOCK_ID && id <= XLOG_LAST_BACKTRACE_BLOCK_ID;
+}
+
 }  // namespace
 
 const char* block_name(uint8_t id) {
@@ -74,13 +78,13 @@ const char* block_name(uint8_t id) {
       return "log information";
     case XLOG_EXTRA_DATA_BLOCK_ID:
       return "extra data";
-    case 0xDF:
-      return "microcode data";
-    case 0xED:
+    case XLOG_FILE_LIST_BLOCK_ID:
+      return "file names";
+    case XLOG_THREAD_TRACE_BLOCK_ID:
       return "trace of the thread";
-    case 0xEE:
+    case XLOG_PROCESS_TRACE_BLOCK_ID:
       return "trace of the process";
-    case 0xEF:
+    case XLOG_TRACE_BLOCK_ID:
       return "trace";
     case XLOG_ERROR_BLOCK_ID:
       return "error";
@@ -95,7 +99,7 @@ const char* block_name(uint8_t id) {
     case XLOG_UTCOFFSET_BLOCK_ID:
       return "UTC offset";
     default:
-      return id >= 0xE0 && id <= 0xEC ? "backtrace" : "";
+      return is_backtrace(id) ? "backtrace" : "";
   }
 }
 
@@ -114,6 +118,26 @@ Fields decode_block(uint8_t id, Bytes data) {
     default:
       return {};
   }
+}
+
+std::optional<ReferenceCode> reference_code(uint8_t classes, uint8_t type, Bytes error_block) {
+  if (error_block.size() != sizeof(xlog_error_block)) return std::nullopt;
+  const auto error = load<xlog_error_block>(error_block, 0);
+  // With the letters' case as the library traces it.
+  char code[9], extension[9];
+  snprintf(code, sizeof code, "%02X%02x%04x", classes, type, error.error_id);
+  snprintf(extension, sizeof extension, "%x", error.error_reason);
+  return ReferenceCode{code, extension};
+}
+
+std::optional<std::string_view> block_text(uint8_t id, Bytes data) {
+  // An error log keeps its trace under the id of the log information; that one's bytes begin with a number.
+  const bool text = is_backtrace(id) || (id >= XLOG_THREAD_TRACE_BLOCK_ID && id <= XLOG_TRACE_BLOCK_ID) ||
+                    id == XLOG_FILE_LIST_BLOCK_ID || id == XLOG_LOG_INFO_BLOCK_ID;
+  const auto* const begin = reinterpret_cast<const char*>(data.data());
+  const std::string_view trimmed = trim_field(begin, data.size());
+  if (!text || trimmed.empty() || !is_utf8(trimmed) || trimmed.find('\0') != trimmed.npos) return std::nullopt;
+  return trimmed;
 }
 
 std::optional<Recorder> decode_standard_block(Bytes data) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "hex.h"
@@ -21,6 +22,15 @@ struct Field {
 };
 using Fields = std::vector<Field>;
 Fields decode_block(uint8_t id, Bytes data);
+
+// A microcode log's number: "E4014902" and "1a".
+struct ReferenceCode {
+  std::string code, extension;
+};
+std::optional<ReferenceCode> reference_code(uint8_t classes, uint8_t type, Bytes error_block);
+
+// The text of a backtrace or a trace, lines and all; nothing for other blocks and for bytes that are no text.
+std::optional<std::string_view> block_text(uint8_t id, Bytes data);
 
 // The process that recorded the event, from its standard block.
 struct Recorder {

@@ -19,7 +19,9 @@ constexpr const char* kCaller = "The caller handed over a bad pointer: correct t
 constexpr const char* kDisk = "Look at the disk, the free space and the kernel's messages; then repeat.";
 constexpr const char* kMemory = "The machine or the process is out of memory: free some, then repeat.";
 constexpr const char* kDamage =
-    "The log file is damaged. Copy it away, then look at the copy with: plovctl check, plovctl dump.";
+    "A damaged log is saved as wexosave.log and begun anew. Look with: plovctl show, check, dump --file "
+    "'!wexosave.log'.";
+constexpr const char* kOpening = "Look at the file's owner and mode and at its directory: plovctl path wexolog.log.";
 constexpr const char* kConfiguration =
     "Look for wexoinit.trm with: plovctl path wexoinit.trm. A working one comes from: plovctl init.";
 constexpr const char* kLock =
@@ -43,6 +45,10 @@ constexpr const char* kPurge = "xlog_log_purge";
 constexpr const char* kMicrocode = "xlog_microcode_log, xlog_microcode_log2";
 constexpr const char* kRetrieve = "xlog_retrieve";
 constexpr const char* kFree = "xlog_free";
+constexpr const char* kUpdateLog = "xlog_update_log";
+constexpr const char* kUpdateType = "xlog_update_type";
+constexpr const char* kMark = "xlog_mark_log_for_delete";
+constexpr const char* kSnapshot = "xlog_take_snapshot";
 constexpr const char* kEncode = "xlog_mem_encode";
 constexpr const char* kDecode = "xlog_mem_decode";
 constexpr const char* kOpen = "opening a log file";
@@ -159,6 +165,86 @@ constexpr Code kCodes[] = {
     {Family::xlog, XLOG_MICROCODE_BAD_DATA, "XLOG_MICROCODE_BAD_DATA", kMicrocode,
      "the data of a microcode entry could not be read (an event of its own)", kCaller},
 
+    {Family::xlog, XLOG_UPDATE_NOT_FOUND, "XLOG_UPDATE_NOT_FOUND", "the three that change a log in place",
+     "no log of the file has this identity (sysrc 0)", "Look for class, type, user code and time with: plovctl show."},
+    {Family::xlog, XLOG_UPDATE_NO_MODIFY_BLOCK, "XLOG_UPDATE_NO_MODIFY_BLOCK", kUpdateLog,
+     "the log has no modify block (sysrc 0)", "Only logs recorded with one, such as by plovctl record --modify, can be updated."},
+    {Family::xlog, XLOG_UPDATE_LOG_BAD_REQUEST, "XLOG_UPDATE_LOG_BAD_REQUEST", kUpdateLog,
+     "the request or its data are not usable memory", kCaller},
+    {Family::xlog, XLOG_UPDATE_LOG_BAD_LINK, "XLOG_UPDATE_LOG_BAD_LINK", kUpdateLog,
+     "a link of the class chain does not point below its log", kDamage},
+    {Family::xlog, XLOG_UPDATE_LOG_BAD_START, "XLOG_UPDATE_LOG_BAD_START", kUpdateLog,
+     "the class chain begins outside the file", kDamage},
+    {Family::xlog, XLOG_UPDATE_LOG_NO_LOCK, "XLOG_UPDATE_LOG_NO_LOCK", kUpdateLog,
+     "the log lock could not be taken", kLock},
+    {Family::xlog, XLOG_UPDATE_LOG_WRITE_ERROR, "XLOG_UPDATE_LOG_WRITE_ERROR", kUpdateLog,
+     "writing the change failed", kDisk},
+    {Family::xlog, XLOG_UPDATE_LOG_WRITE_SHORT, "XLOG_UPDATE_LOG_WRITE_SHORT", kUpdateLog,
+     "the change was written short", kDisk},
+    {Family::xlog, XLOG_UPDATE_LOG_FILE_HEADER_ERROR, "XLOG_UPDATE_LOG_FILE_HEADER_ERROR", kUpdateLog,
+     "reading the file header failed", kDisk},
+    {Family::xlog, XLOG_UPDATE_LOG_FILE_HEADER_SHORT, "XLOG_UPDATE_LOG_FILE_HEADER_SHORT", kUpdateLog,
+     "the file is shorter than its header", kDamage},
+    {Family::xlog, XLOG_UPDATE_LOG_HEADER_ERROR, "XLOG_UPDATE_LOG_HEADER_ERROR", kUpdateLog,
+     "reading a log header failed", kDisk},
+    {Family::xlog, XLOG_UPDATE_LOG_HEADER_SHORT, "XLOG_UPDATE_LOG_HEADER_SHORT", kUpdateLog,
+     "a log header is cut off", kDamage},
+    {Family::xlog, XLOG_UPDATE_LOG_NOT_OPEN, "XLOG_UPDATE_LOG_NOT_OPEN", kUpdateLog,
+     "the log file could not be opened", kOpening},
+    {Family::xlog, XLOG_UPDATE_TYPE_BAD_REQUEST, "XLOG_UPDATE_TYPE_BAD_REQUEST", kUpdateType,
+     "the request is not usable memory", kCaller},
+    {Family::xlog, XLOG_UPDATE_TYPE_BAD_LINK, "XLOG_UPDATE_TYPE_BAD_LINK", kUpdateType,
+     "a link of the class chain does not point below its log", kDamage},
+    {Family::xlog, XLOG_UPDATE_TYPE_BAD_START, "XLOG_UPDATE_TYPE_BAD_START", kUpdateType,
+     "the class chain begins outside the file", kDamage},
+    {Family::xlog, XLOG_UPDATE_TYPE_NO_LOCK, "XLOG_UPDATE_TYPE_NO_LOCK", kUpdateType,
+     "the log lock could not be taken", kLock},
+    {Family::xlog, XLOG_UPDATE_TYPE_WRITE_ERROR, "XLOG_UPDATE_TYPE_WRITE_ERROR", kUpdateType,
+     "writing the change failed", kDisk},
+    {Family::xlog, XLOG_UPDATE_TYPE_WRITE_SHORT, "XLOG_UPDATE_TYPE_WRITE_SHORT", kUpdateType,
+     "the change was written short", kDisk},
+    {Family::xlog, XLOG_UPDATE_TYPE_FILE_HEADER_ERROR, "XLOG_UPDATE_TYPE_FILE_HEADER_ERROR", kUpdateType,
+     "reading the file header failed", kDisk},
+    {Family::xlog, XLOG_UPDATE_TYPE_FILE_HEADER_SHORT, "XLOG_UPDATE_TYPE_FILE_HEADER_SHORT", kUpdateType,
+     "the file is shorter than its header", kDamage},
+    {Family::xlog, XLOG_UPDATE_TYPE_HEADER_ERROR, "XLOG_UPDATE_TYPE_HEADER_ERROR", kUpdateType,
+     "reading a log header failed", kDisk},
+    {Family::xlog, XLOG_UPDATE_TYPE_HEADER_SHORT, "XLOG_UPDATE_TYPE_HEADER_SHORT", kUpdateType,
+     "a log header is cut off", kDamage},
+    {Family::xlog, XLOG_UPDATE_TYPE_NOT_OPEN, "XLOG_UPDATE_TYPE_NOT_OPEN", kUpdateType,
+     "the log file could not be opened", kOpening},
+    {Family::xlog, XLOG_MARK_BAD_REQUEST, "XLOG_MARK_BAD_REQUEST", kMark,
+     "the request is not usable memory", kCaller},
+    {Family::xlog, XLOG_MARK_BAD_LINK, "XLOG_MARK_BAD_LINK", kMark,
+     "a link of the class chain does not point below its log", kDamage},
+    {Family::xlog, XLOG_MARK_BAD_START, "XLOG_MARK_BAD_START", kMark,
+     "the class chain begins outside the file", kDamage},
+    {Family::xlog, XLOG_MARK_NO_LOCK, "XLOG_MARK_NO_LOCK", kMark,
+     "the log lock could not be taken", kLock},
+    {Family::xlog, XLOG_MARK_WRITE_ERROR, "XLOG_MARK_WRITE_ERROR", kMark,
+     "writing the change failed", kDisk},
+    {Family::xlog, XLOG_MARK_WRITE_SHORT, "XLOG_MARK_WRITE_SHORT", kMark,
+     "the change was written short", kDisk},
+    {Family::xlog, XLOG_MARK_FILE_HEADER_ERROR, "XLOG_MARK_FILE_HEADER_ERROR", kMark,
+     "reading the file header failed", kDisk},
+    {Family::xlog, XLOG_MARK_FILE_HEADER_SHORT, "XLOG_MARK_FILE_HEADER_SHORT", kMark,
+     "the file is shorter than its header", kDamage},
+    {Family::xlog, XLOG_MARK_HEADER_ERROR, "XLOG_MARK_HEADER_ERROR", kMark,
+     "reading a log header failed", kDisk},
+    {Family::xlog, XLOG_MARK_HEADER_SHORT, "XLOG_MARK_HEADER_SHORT", kMark,
+     "a log header is cut off", kDamage},
+    {Family::xlog, XLOG_MARK_NOT_OPEN, "XLOG_MARK_NOT_OPEN", kMark,
+     "the log file could not be opened", kOpening},
+
+    {Family::xlog, XLOG_SNAPSHOT_LOCK, "XLOG_SNAPSHOT_LOCK", kSnapshot,
+     "the log lock could not be taken or given back (error code of an entry)", kLock},
+    {Family::xlog, XLOG_SNAPSHOT_MAIN, "XLOG_SNAPSHOT_MAIN", kSnapshot,
+     "wexolog.log could not be copied (error code of an entry)", kDisk},
+    {Family::xlog, XLOG_SNAPSHOT_E4, "XLOG_SNAPSHOT_E4", kSnapshot,
+     "wexoe4.log could not be copied (error code of an entry)", kDisk},
+    {Family::xlog, XLOG_SNAPSHOT_COMPRESSED, "XLOG_SNAPSHOT_COMPRESSED", kSnapshot,
+     "a compressed copy could not be copied (error code of an entry)", kDisk},
+
     {Family::xlog, XLOG_RETRIEVE_BAD_BLOCK, "XLOG_RETRIEVE_BAD_BLOCK", kRetrieve, "the retrieve block is not usable memory",
      kCaller},
     {Family::xlog, XLOG_RETRIEVE_BAD_PATTERN, "XLOG_RETRIEVE_BAD_PATTERN", kRetrieve, "a pattern entry is not usable memory",
@@ -203,7 +289,7 @@ constexpr Code kCodes[] = {
      kCaller},
 
     {Family::xlog, XLOG_ERR_OPEN, "XLOG_ERR_OPEN", kOpen, "the log file could not be opened",
-     "Look at the file's owner and mode and at its directory: plovctl path wexolog.log."},
+     kOpening},
     {Family::xlog, XLOG_ERR_CONFIG_SIZE, "XLOG_ERR_CONFIG_SIZE", kConfig, "wexoinit.trm was not found", kConfiguration},
     {Family::xlog, XLOG_ERR_CONFIG_OPEN, "XLOG_ERR_CONFIG_OPEN", kConfig, "wexoinit.trm could not be opened", kConfiguration},
     {Family::xlog, XLOG_ERR_WRITE_FILE_HEADER, "XLOG_ERR_WRITE_FILE_HEADER", kNewFile, "writing the file header failed", kDisk},

@@ -26,8 +26,16 @@ std::string recorder_of(const Event& event) {
   return "-";
 }
 
+// Of a microcode log or an error log.
+std::optional<ReferenceCode> reference_code_of(const Event& event) {
+  for (const Block& block : event.blocks)
+    if (block.id == XLOG_ERROR_BLOCK_ID) return reference_code(event.id.classes, event.id.log_type, block.data);
+  return std::nullopt;
+}
+
 // The beginning of the first block that is readable text as a whole.
 std::string preview(const Event& event) {
+  if (const auto code = reference_code_of(event)) return " refcode " + code->code + " ext " + code->extension;
   for (const Block& block : event.blocks) {
     const std::string_view text = trim_field(text_of(block.data).data(), block.data.size());
     if (text.size() < 4 || text.size() > 4096 || escape(text.substr(0, 1)) != text.substr(0, 1) || !is_utf8(text))
@@ -64,6 +72,14 @@ void print_line_of(const Event& event, const Session& session) {
         pad(recorder_of(event), kRecorderWidth) + "  " + blocks_of(event) + paint(preview(event), Colour::cyan) + "\n");
 }
 
+void print_text(std::string_view text) {
+  while (!text.empty()) {
+    const size_t end = std::min(text.find('\n'), text.size());
+    print("    " + escape(text.substr(0, end)) + "\n");
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+}
+
 void print_blocks(const Event& event) {
   for (const Block& block : event.blocks) {
     const char* name = block_name(block.id);
@@ -74,7 +90,10 @@ void print_blocks(const Event& event) {
       std::replace(words.begin(), words.end(), '_', ' ');
       print("    " + paint(words + ": " + escape(field.text), Colour::cyan) + "\n");
     }
-    print(hexdump(block.data, "    "));
+    if (const auto text = block_text(block.id, block.data))
+      print_text(*text);
+    else
+      print(hexdump(block.data, "    "));
   }
 }
 
@@ -91,6 +110,10 @@ void print_json(const Event& event, const Session& session, bool hexadecimal) {
                {"analysis", (event.flags & XLOG_LOG_PROBLEM_ANALYSIS) != 0}};
   // Where the text above had to be replaced, the bytes are not lost.
   if (!is_utf8(name)) line["name_base64"] = base64({reinterpret_cast<const uint8_t*>(name.data()), name.size()});
+  if (const auto code = reference_code_of(event)) {
+    line["reference_code"] = code->code;
+    line["extension"] = code->extension;
+  }
   Json blocks = Json::array();
   for (const Block& block : event.blocks) {
     Json entry = {{"id", block.id},
@@ -101,6 +124,7 @@ void print_json(const Event& event, const Session& session, bool hexadecimal) {
     if (hexadecimal) entry["hex"] = hex_bytes(block.data);
     for (const Field& field : decode_block(block.id, block.data))
       entry["decoded"][field.name] = field.number ? Json(*field.number) : Json(field.text);
+    if (const auto text = block_text(block.id, block.data)) entry["decoded"]["text"] = *text;
     blocks.push_back(std::move(entry));
   }
   line["blocks"] = std::move(blocks);

@@ -38,8 +38,11 @@ int run(int argc, char** argv) {
   add_record(app, session);
   add_event(app, session);
   add_microcode(app, session);
+  add_update(app, session);
+  add_delete(app, session);
   add_show(app, session);
   add_info(app, session);
+  add_snapshot(app, session);
   add_check(app, session);
   add_dump(app, session);
   add_purge(app, session);

@@ -77,8 +77,8 @@ Selection selection_of(const Options& options, const Session& session) {
   return selection;
 }
 
-// A reader of the library may change a damaged file: it finishes a prune that was broken off. Whoever only looks should
-// change nothing, so the file is judged first and then, if need be, read by other means.
+// A reader of the library may change a damaged file: it saves and replaces it, it finishes a prune. Whoever only looks
+// should change nothing, so the file is judged first and then, if need be, read by other means.
 std::optional<EventList> salvage_if_damaged(const LogName& log, std::vector<uint8_t>& bytes) {
   {
     const LogLock lock;

@@ -20,6 +20,7 @@ struct Session {
 
 void add_check(CLI::App& app, Session& session);
 void add_dump(CLI::App& app, Session& session);
+void add_delete(CLI::App& app, Session& session);
 void add_event(CLI::App& app, Session& session);
 void add_explain(CLI::App& app, Session& session);
 void add_info(CLI::App& app, Session& session);
@@ -33,9 +34,11 @@ void add_record(CLI::App& app, Session& session);
 void add_restart(CLI::App& app, Session& session);
 void add_show(CLI::App& app, Session& session);
 void add_sim(CLI::App& app, Session& session);
+void add_snapshot(CLI::App& app, Session& session);
 void add_spawn(CLI::App& app, Session& session);
 void add_trace(CLI::App& app, Session& session);
 void add_trim(CLI::App& app, Session& session);
+void add_update(CLI::App& app, Session& session);
 
 inline void add_json(CLI::App& verb, Session& session) {
   verb.add_flag("--json", session.json, "One JSON object a line");
