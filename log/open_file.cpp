@@ -91,13 +91,14 @@ void give_owner(FILE* stream, const char* path) {
 }
 
 // The "e4" file is also pruned by a caller that does not hold the log lock. That caller locks the file itself and
-// replaces it, so we wait for its lock and look whether the path still names the file that we opened. True: open it
-// again.
+// replaces or removes it, so we wait for its lock and look whether the path still names the file that we opened. True:
+// open it again.
 bool e4_replaced_meanwhile(const char* path, FILE* stream) {
   lock_e4(path, stream);
   struct stat by_path, by_stream;
-  return fstat(fileno(stream), &by_stream) == 0 && stat(path, &by_path) == 0 &&
-         (by_path.st_ino != by_stream.st_ino || by_path.st_dev != by_stream.st_dev);
+  if (fstat(fileno(stream), &by_stream) != 0) return false;
+  if (stat(path, &by_path) != 0) return errno == ENOENT;
+  return by_path.st_ino != by_stream.st_ino || by_path.st_dev != by_stream.st_dev;
 }
 
 // The real name of a new file. It never replaces a file.

@@ -1,7 +1,9 @@
 #include "log/replace_damaged.h"
 
+#include <fcntl.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "frame/recording.h"
 #include "log/copy_log.h"
@@ -14,6 +16,21 @@ namespace {
 constexpr char kSaved[] = "save";  // the short name of "wexosave.log"
 constexpr uint16_t kPurgeUser = 145;
 constexpr char kPurgeName[XLOG_NAME_SIZE] = "Log Purge";
+
+// The lock of the "e4" file outlasts the stream: whoever waits for it must find the file gone, and not record in it
+// between its copying and its removal.
+class LockKept {
+ public:
+  LockKept(FILE* stream, int32_t kind) : file_(kind == XLOG_KIND_E4 ? fcntl(fileno(stream), F_DUPFD_CLOEXEC, 0) : -1) {}
+  ~LockKept() {
+    if (file_ >= 0) close(file_);
+  }
+  LockKept(const LockKept&) = delete;
+  LockKept& operator=(const LockKept&) = delete;
+
+ private:
+  const int file_;
+};
 
 bool close_stream(xlog_err_interface* err) {
   uint32_t code = 0;
@@ -74,8 +91,11 @@ void open_again(const LogName& name, xlog_err_interface* err) {
 }  // namespace
 
 int32_t replace_damaged(const LogName& name, const LogPath& path, xlog_err_interface* err) {
-  // Never removed before its copy is complete. A handler is running, so this one only reports.
-  if (!close_stream(err) || !save(path.path) || !remove_file(path.path)) return xlog_error_handler(err);
+  {
+    const LockKept lock(err->file_handle, name.kind);
+    // Never removed before its copy is complete. A handler is running, so this one only reports.
+    if (!close_stream(err) || !save(path.path) || !remove_file(path.path)) return xlog_error_handler(err);
+  }
   int32_t result = record_purge(name.kind);
   if (result != 0) return result;
   result = record_error_log(*err);

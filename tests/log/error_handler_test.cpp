@@ -1,9 +1,11 @@
 // What becomes of a damaged log and of a failure in the middle of that: nothing is lost, the failure has a name in the
 // main log, and nothing goes round in circles.
 #include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/file.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -195,6 +197,27 @@ TEST_F(ErrorHandler, OtherLogsHaveTheirEntriesWhereTheyAreLookedFor) {
     expect_entries(target == "e4" ? itself[0] : main[1], main[0], XLOG_ERR_READ_FILE_HEADER);
     EXPECT_EQ(itself.size(), 1u);
   }
+}
+
+// A prune takes no log lock: what keeps a recorder out of the file between its copying and its removal is its own lock.
+TEST_F(ErrorHandler, TheLockOfE4OutlastsItsStream) {
+  const std::string path = data_path("wexoe4.log");
+  int locked = 0;
+  instead = [&] {
+    const int e4 = open(path.c_str(), O_RDWR);
+    if (e4 < 0) return;
+    EXPECT_NE(flock(e4, LOCK_EX | LOCK_NB), 0);
+    close(e4);
+    ++locked;
+  };
+  happened = true;
+  for (int k = 1; happened && k < 20; ++k) {
+    write_file(path, "damaged");
+    failing = kName, countdown = k, happened = false;
+    EXPECT_EQ(record({.target = "e4"}).sysrc, 8);
+  }
+  failing = kNone, instead = nullptr;
+  EXPECT_GE(locked, 2);
 }
 
 TEST_F(ErrorHandler, WhatIsNotReplaced) {
