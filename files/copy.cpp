@@ -79,15 +79,12 @@ void copy_blocks(frame::Call& call, FILE* source, const char* source_path, FILE*
 
 // A stream that gathers blocks: one call into the kernel for each would double the time of a copy. It outlives the
 // stream. Without memory the stream keeps its own buffer.
-using Gathering = frame::Owned<char>;
-
-void gather(FILE* stream, Gathering* buffer) {
-  buffer->reset(static_cast<char*>(PLOV_MALLOC(kGathered)));
-  if (*buffer) setvbuf(stream, buffer->get(), _IOFBF, kGathered);
+void gather(FILE* stream, frame::TransferBuffer* buffer) {
+  if (buffer->reserve(kGathered)) setvbuf(stream, reinterpret_cast<char*>(buffer->get()), _IOFBF, kGathered);
 }
 
 void copy_contents(frame::Call& call, const char* source_path, const char* target_path, const Mode& mode) {
-  Gathering source_buffer, target_buffer;
+  frame::TransferBuffer source_buffer, target_buffer;
   FILE* const source = fopen(source_path, "re");
   if (!source) {
     const int error = errno;

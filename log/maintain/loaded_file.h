@@ -21,7 +21,7 @@ class LoadedFile {
   // file without contents and in read_error(). Room for `spare` more bytes stays behind.
   bool load(FILE* stream, uint32_t end, uint32_t spare);
 
-  bool loaded() const { return bytes_ != nullptr; }
+  bool loaded() const { return bytes_.get() != nullptr; }
   uint32_t size() const { return size_; }
   int read_error() const { return read_error_; }
   uint8_t* bytes() { return bytes_.get(); }
@@ -39,7 +39,7 @@ class LoadedFile {
   static constexpr uint32_t kStretch = 65536;
   static constexpr uint32_t kStretches = 65536;  // of kStretch bytes: any 32-bit offset
 
-  frame::Owned<uint8_t> bytes_;
+  frame::TransferBuffer bytes_;
   uint32_t size_ = 0;
   int read_error_ = 0;
   std::bitset<kStretches> changed_, deleted_;

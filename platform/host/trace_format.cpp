@@ -15,12 +15,15 @@ struct Output {
   char* end;
 
   size_t room() const { return static_cast<size_t>(end - at); }
+  // Most numbers have no sign, no blanks, no zeros: nothing is called for these.
   void text(const char* bytes, size_t count) {
+    if (count == 0) return;
     count = std::min(count, room());
     memcpy(at, bytes, count);
     at += count;
   }
   void fill(char byte, size_t count) {
+    if (count == 0) return;
     count = std::min(count, room());
     memset(at, byte, count);
     at += count;
@@ -150,9 +153,11 @@ uintmax_t unsigned_argument(Arguments& arguments, Length length) {
   }
 }
 
-template <class Integer>
-char* write_digits(char* end, Integer value, unsigned base, const char* digits) {
-  for (; value != 0; value /= base) *--end = digits[value % base];
+// The base is a constant and most values have 32 bits: no line waits for a division.
+template <unsigned base>
+char* write_digits(char* end, uintmax_t value, const char* digits) {
+  for (; value > UINT32_MAX; value /= base) *--end = digits[value % base];
+  for (auto low = static_cast<uint32_t>(value); low != 0; low /= base) *--end = digits[low % base];
   return end;
 }
 
@@ -161,10 +166,10 @@ void put_number(Output& out, const Conversion& c, const char* prefix, uintmax_t 
   char buffer[24];
   char* const end = buffer + sizeof buffer;
   const char* digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
-  // Division of 64 bits is slow on 32.
-  const char* start = value <= UINT32_MAX ? write_digits(end, static_cast<uint32_t>(value), base, digits)
-                                          : write_digits(end, value, base, digits);
-  const size_t count = static_cast<size_t>(end - start), prefix_count = strlen(prefix);
+  const char* start = base == 10   ? write_digits<10>(end, value, digits)
+                      : base == 16 ? write_digits<16>(end, value, digits)
+                                   : write_digits<8>(end, value, digits);
+  const size_t count = static_cast<size_t>(end - start), prefix_count = *prefix == '\0' ? 0 : strlen(prefix);
   size_t zeros = 0;
   const size_t least = c.precision < 0 ? 1 : static_cast<size_t>(c.precision);
   if (least > count) zeros = least - count;
