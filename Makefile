@@ -1,5 +1,5 @@
 # The front of the house. Each of these also installs what it lacks on a Debian machine.
-#   make demo    the main job: processes of both word sizes record real events into one log, others read them back
+#   make demo    the main job: processes of both word sizes record real events into one log, others read them back; some crash
 #   make check   builds and tests everything
 #   make build   both ABIs: build/i386/libplovsp1.so, build/x86_64/libplovsp1.so
 #   make bench   every hot path beside its floor

@@ -46,12 +46,11 @@ bool Call::text(const char* string, uint32_t code, uint32_t* length) {
   return true;
 }
 
-int32_t Call::leave() {
+int32_t Call::leave(const char* tag) {
   if (usable_) {
     *comprc_ = record_.comprc;
-    // The codes are traced under the tag of the entry line, as a failure.
     if (record_.sysrc != 0)
-      xtr_trace("%.7sF:    %s: src= 0x%X, crc= 0x%X", entry_, record_.name, record_.sysrc, record_.comprc);
+      xtr_trace("%.7sF:    %s: src= 0x%X, crc= 0x%X", tag ? tag : entry_, record_.name, record_.sysrc, record_.comprc);
   }
   xtr_trace(exit_);
   return static_cast<int32_t>(record_.sysrc);

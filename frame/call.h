@@ -56,8 +56,8 @@ class Call {
   CallRecord& record() { return record_; }
 
   // Writes the reason code, traces the two codes when `sysrc` is not 0, traces the exit and returns `sysrc`. Called
-  // once, last.
-  int32_t leave();
+  // once, last. The codes stand under `tag` (seven characters), or under that of the entry line.
+  int32_t leave(const char* tag = nullptr);
 
  private:
   const char* entry_;

@@ -14,6 +14,8 @@
 
 #include <atomic>
 
+#include "frame/crash_action.h"
+#include "frame/shared_mutex.h"
 #include "xpce.h"
 #include "xtr.h"
 
@@ -69,12 +71,13 @@ void xpce_handler(int signal, siginfo_t* information, void* context) {
   errno = saved_errno;
 }
 
-constexpr struct sigaction kProbeAction = [] {
+constexpr struct sigaction probe_action(int flags) {
   struct sigaction action = {};
   action.sa_sigaction = xpce_handler;
-  action.sa_flags = SA_SIGINFO;
+  action.sa_flags = SA_SIGINFO | flags;
   return action;
-}();
+}
+constexpr struct sigaction kProbeAction = probe_action(0), kProbeActionOnStack = probe_action(SA_ONSTACK);
 
 int unblock_sigsegv(sigset_t* old_mask) {
   sigset_t set;
@@ -87,7 +90,8 @@ bool install_handler(int32_t result) {
   probing_thread = pthread_self();
   saved_is_known.store(false, std::memory_order_relaxed);
   // Never cleared: a thread that is late may still look.
-  const bool installed = sigaction(SIGSEGV, &kProbeAction, &saved_action) == 0;
+  const struct sigaction& action = crashes_on_alternate_stacks() ? kProbeActionOnStack : kProbeAction;
+  const bool installed = sigaction(SIGSEGV, &action, &saved_action) == 0;
   saved_is_known.store(true, std::memory_order_release);
   if (installed) return true;
   xtr_trace("XPCECK_F: sigaction returned %x with errno of %d", result, errno);
@@ -102,7 +106,7 @@ void restore_handler(int32_t result) {
 }
 
 void unlock() {
-  const int rc = pthread_mutex_unlock(&xtr_mutex_sem);
+  const int rc = unlock_shared_mutex();
   if (rc != 0) xtr_trace("XPCECK_F: pthread_mutex_unlock returned %x", rc);
 }
 
@@ -155,7 +159,7 @@ int32_t test_range(const void* address, size_t size, Access access, uint32_t* co
   const bool write = access == Access::write;
   const uint32_t passed = write ? XPCE_PROBE_WRITABLE : XPCE_PROBE_READABLE;
   // A probe that cannot be made counts as passed: a broken environment must not make every call fail.
-  if (pthread_mutex_lock(&xtr_mutex_sem) != 0) {
+  if (lock_shared_mutex() != 0) {
     *comprc = passed;
     return 0;
   }
@@ -208,7 +212,7 @@ int32_t probe_and_copy(const void* address, size_t size, Access access, void* co
 int32_t probe_string(const char* string, uint32_t* length, uint32_t* comprc) {
   uint32_t scratch;
   if (probe(comprc, sizeof *comprc, Access::write, &scratch) != 0) return 1;
-  if (pthread_mutex_lock(&xtr_mutex_sem) != 0) {
+  if (lock_shared_mutex() != 0) {
     *comprc = XPCE_PROBE_WRITABLE;
     return 0;
   }
@@ -257,7 +261,7 @@ __attribute__((noinline)) bool copy_guarded(void* to, const void* from, size_t s
 class Guard {
  public:
   Guard()
-      : locked_(pthread_mutex_lock(&xtr_mutex_sem) == 0),
+      : locked_(lock_shared_mutex() == 0),
         unblocked_(locked_ && unblock_sigsegv(&old_mask_) == 0),
         installed_(unblocked_ && install_handler(0)) {}
   Guard(const Guard&) = delete;
@@ -290,6 +294,16 @@ Copied copy_foreign(void* to, const void* from, size_t size) {
   const Guard guard;
   if (!guard.complete()) return Copied::unknown;
   return copy_guarded(to, from, size) ? Copied::whole : Copied::fault;
+}
+
+bool suspend_probe() {
+  if (!pthread_equal(pthread_self(), probing_thread)) return false;
+  probing_thread = pthread_t{};
+  return true;
+}
+
+void resume_probe() {
+  probing_thread = pthread_self();
 }
 
 PLOV_TOUCHES_FOREIGN_MEMORY void touch_end(const void* address, size_t size) {

@@ -33,6 +33,12 @@ int32_t probe_string(const char* string, uint32_t* length, uint32_t* comprc);
 // every other probe of the process: walk a long chain in slices.
 bool probe_walk(void (*walk)(void* context), void* context);
 
+// For a crash handler that a signal from outside has started on a thread in the middle of a probe: until it resumes the
+// probe, a fault of the thread is the handler's own and must not jump back into the probe. False when the thread makes
+// none. Signal-safe.
+bool suspend_probe();
+void resume_probe();
+
 // For the walks: the test that probe() makes of [address, address + size), writing included.
 void touch_end(const void* address, size_t size);
 

@@ -14,7 +14,9 @@ namespace plov::frame {
 // readers are used to: "%%" in the message comes out as "%". Always 0.
 int trace_line(const char* prefix, char level, const char* format, va_list arguments);
 
-// Process control's own: prefix "XPCE*SOT: ".
+inline constexpr char kPceTag[] = "XPCE*SO";
+
+// Process control's own: prefix "XPCE*SOT: ". Signal-safe: it formats no floating point.
 int pce_trace_line(char level, const char* format, ...) PLOV_PRINTF(2, 3);
 
 }  // namespace plov::frame

@@ -7,6 +7,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "frame/crash_action.h"
+#include "frame/shared_mutex.h"
 #include "log/error_handler.h"
 #include "log/lock.h"
 #include "xlog.h"
@@ -34,6 +36,7 @@ void send_again(int signal, siginfo_t* information) {
 
 void restore_and_send_again(int signal, siginfo_t* information) {
   sigaction(SIGSEGV, &previous_action, nullptr);
+  frame::displace_crash_action(nullptr);
   xlog_sig_flag = 0;
   guarded_thread = pthread_t{};
   send_again(signal, information);
@@ -76,6 +79,7 @@ void install() {
   new_action.sa_flags |= previous_action.sa_flags & SA_ONSTACK;
   const int rc = sigaction(SIGSEGV, &new_action, &previous_action);
   if (rc == 0) {
+    frame::displace_crash_action(&previous_action);
     xlog_sig_flag = 1;
     xtr_trace("XLOG___D: logger signal handler installed");
   } else {
@@ -85,6 +89,7 @@ void install() {
 }
 
 void remove() {
+  frame::displace_crash_action(nullptr);
   if (sigaction(SIGSEGV, &previous_action, nullptr) == 0)
     xtr_trace("XLOG___D: logger signal handler removed");
   else
@@ -100,6 +105,7 @@ void forget_guard_in_child() {
   struct sigaction current;
   if (sigaction(SIGSEGV, nullptr, &current) == 0 && current.sa_sigaction == xlog_handler)
     sigaction(SIGSEGV, &previous_action, nullptr);
+  frame::displace_crash_action(nullptr);
   xlog_sig_flag = 0;
   guarded_thread = pthread_t{};
 }
@@ -109,14 +115,14 @@ void forget_guard_in_child() {
 int32_t xlog_sig_handler(int32_t flag) {
   xtr_trace("XLOG   F: -> xlog_sig_handler");
   // EDEADLK, when this thread holds the mutex already, is as good as having it.
-  const bool locked = pthread_mutex_lock(&xtr_mutex_sem) == 0;
+  const bool locked = plov::frame::lock_shared_mutex() == 0;
   if (flag == 1)
     plov::log::install();
   else if (flag == 2)
     plov::log::remove();
   else
     xtr_trace("XLOG   F: Invalid flag of %x passed", flag);
-  if (locked) pthread_mutex_unlock(&xtr_mutex_sem);
+  if (locked) plov::frame::unlock_shared_mutex();
   xtr_trace("XLOG   F: <- xlog_sig_handler");
   return 0;
 }

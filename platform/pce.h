@@ -77,31 +77,40 @@ PLOV_API int32_t pce_free(pce_call_record* record, void* block);
 /* Sets the calling thread's alternate signal stack, or takes it away with SS_DISABLE. */
 PLOV_API int32_t pce_sig_alt_stack(pce_call_record* record, const stack_t* stack);
 
-/* Local sockets. */
+/*
+ * Local sockets. The result of a failed call is the errno, and so are the reason and the data that it leaves in the
+ * record.
+ */
 
 /* Makes a socket, close-on-exec: family 1 is AF_UNIX, type 1 a stream. `*descriptor` is -1 after a failure. */
 PLOV_API int32_t pce_socket(pce_call_record* record, int32_t family, int32_t type, int32_t protocol,
                             int32_t* descriptor);
 
-/* Connects; a connect that a signal interrupts is completed. */
+/*
+ * Connects; a connect that a signal interrupts is completed. A listener that does not accept for 30 s is ETIMEDOUT.
+ */
 PLOV_API int32_t pce_connect_hard(pce_call_record* record, int32_t descriptor, const struct sockaddr* address,
                                   uint32_t length);
 PLOV_API int32_t pce_soclose(pce_call_record* record, int32_t descriptor);
 
 /*
- * Sends `length` bytes in pieces of at most `piece`, for at most `timeout` milliseconds altogether; never raises
- * SIGPIPE. `*sent` receives the bytes that went, also after a failure. Signal-safe.
+ * Sends `length` bytes in pieces of at most `piece`, for at most `timeout` milliseconds altogether (then ETIMEDOUT);
+ * never raises SIGPIPE. `*sent` receives the bytes that went, also after a failure. `errno` is kept. Signal-safe.
  */
 PLOV_API int32_t pce_tmr_send(pce_call_record* record, int32_t descriptor, const void* message, uint32_t length,
                               uint32_t piece, uint32_t* sent, uint32_t timeout);
 
 /* Names. */
 
-/* The program of a process: at most `size` - 1 characters and a NUL. */
+/*
+ * The program of a process, as its command line names it: at most `size` - 1 characters and a NUL. Failures are as
+ * those of the sockets: ENOENT when there is no such process.
+ */
 PLOV_API int32_t pce_get_progname(pce_call_record* record, uint32_t pid, char* name, uint32_t size);
 
 /*
- * The directory for temporary files and local sockets: PCE_TEMPDIR, else "/tmp/"; ends in "/". The second one is
+ * The directory for temporary files and local sockets: PCE_TEMPDIR, else "/tmp/"; ends in "/". A relative PCE_TEMPDIR,
+ * and any in a program that runs with another user's rights, counts as unset. Failure: ENAMETOOLONG. The second one is
  * signal-safe and takes no record.
  */
 PLOV_API int32_t pce_find_tempdir(pce_call_record* record, char* directory, uint32_t size);

@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include "pce.h"
+#include "platform/host/pce_failure.h"
 #include "platform/host/pce_queue.h"
 #include "plovmemdebug.h"
 #include "xtr.h"
@@ -11,11 +12,7 @@
 namespace {
 
 int32_t fail(pce_call_record* record, uint32_t reason, uint32_t data) {
-  if (record->comprc == 0) {
-    record->comprc = reason;
-    record->data = data;
-  }
-  if (record->sysrc < 8) record->sysrc = 8;
+  plov::host::note_failure(record, reason, data);
   return 8;
 }
 

@@ -72,6 +72,7 @@ struct Good {
   alignas(FILE) char room[sizeof(FILE)] = "";
   FILE** handle = reinterpret_cast<FILE**>(room);
   xdfc_file_date date = {};
+  struct sigaction action = {};
   char* text = nullptr;
 };
 
@@ -185,6 +186,10 @@ std::vector<Argument> arguments(Good& g) {
       BAD(xpce_internal_ckptr, "address", output, 64, 6, p, 64, 1),
       BAD(xpce_ckstr, "string", string, 0, 2, p, &g.word),
       BAD(xpce_ckstr, "length", output, 4, 2, "a name", static_cast<uint32_t*>(p)),
+      BAD(xpce_setup, "new action", output, sizeof g.action, 0x2200, 0, p, &g.action),
+      BAD(xpce_setup, "old action", output, sizeof g.action, 0x2201, 0, &g.action, p),
+      BAD(xpce_unset, "action", output, sizeof g.action, 0x2200, p),
+      BAD(xpce_set_user_tag, "tag", string, 0, 0x2100, p),
       BAD(xdfc_query_file_location, "name", string, 0, 1024, p, g.buffer),
       BAD(xdfc_query_file_location, "path", output, 512, 1026, "wexolog.log", p),
       BAD(xdfc_search_file_open, "name", string, 0, 1024, p, 0, 1, 1, 0, g.handle, &g.word),
@@ -319,10 +324,14 @@ std::vector<Argument> arguments(Good& g) {
 struct OnlyComprc {
   const char* name;
   int32_t (*call)(uint32_t* comprc);
+  size_t size = sizeof(uint32_t);  // what of it is needed
 };
-constexpr OnlyComprc kOnlyComprc[] = {{"xsim_init", xsim_init},
-                                      {"xsim_lock", [](uint32_t* rc) { return xsim_lock(5, rc); }},
-                                      {"xsim_unlock", [](uint32_t* rc) { return xsim_unlock(5, rc); }}};
+constexpr OnlyComprc kOnlyComprc[] = {
+    {"xsim_init", xsim_init},
+    {"xpce_add_user_exit", [](uint32_t* rc) { return xpce_add_user_exit(nullptr, rc); }, 2},
+    {"xpce_remove_user_exit", [](uint32_t* rc) { return xpce_remove_user_exit(nullptr, rc); }, 2},
+    {"xsim_lock", [](uint32_t* rc) { return xsim_lock(5, rc); }},
+    {"xsim_unlock", [](uint32_t* rc) { return xsim_unlock(5, rc); }}};
 
 // Called by the log manager's own functions and by callers who promise good memory: they probe nothing, and say so.
 const std::set<std::string> kUnprobed = {
@@ -333,12 +342,16 @@ const std::set<std::string> kUnprobed = {
     "Java_com_zanth_vemra_base_brellogs_WriteData_jniPruneE4Log",
     // One never refuses, the other is xlog_microcode_log with a class.
     "xlog_get_backtrace", "xlog_microcode_log2",
+    // Called by the kernel, by the C library, and by themselves.
+    "xpce_convert_data", "xpce_noasyncHandler", "xpce_paHandler", "xpce_permHandler", "xpce_tempHandler",
+    "xpce_thd_data_free",
     // They take none.
     "xlog_take_snapshot", "xsim_java_size", "xsim_size", "xsim_uninit"};
 constexpr const char* kUnprobedFamilies[] = {"xact_", "xcsf_"};
-const std::set<std::string> kData = {"SIM_array",          "bt_err_info", "bt_err_list",  "err_info",
-                                     "err_list",           "pXsim_ptr",   "pxsim_hdr",    "xdfc_file_req",
-                                     "xlog_error_pending", "xlog_qrlse",  "xlog_sig_flag"};
+const std::set<std::string> kData = {"SIM_array",      "bt_err_info",     "bt_err_list",      "err_info",
+                                     "err_list",       "pXsim_ptr",       "pxsim_hdr",        "xdfc_file_req",
+                                     "gl_daemon_sock", "gl_thd_data_key", "gl_use_alt_stack", "xlog_error_pending",
+                                     "xlog_qrlse",     "xlog_sig_flag"};
 
 struct BadPointer {
   const char* name;
@@ -358,7 +371,7 @@ class BadMemory {
   }
 
   std::vector<BadPointer> of(Use use, size_t size) const {
-    const size_t crossing = use == Use::string ? 5 : size <= 4 ? 2 : size - 4;
+    const size_t crossing = use == Use::string ? 5 : size <= 4 ? (size + 1) / 2 : size - 4;
     std::vector<BadPointer> bad = {{"null", nullptr},
                                    {"1", reinterpret_cast<void*>(1)},
                                    {"odd small", reinterpret_cast<void*>(0x1001)},
@@ -428,7 +441,7 @@ void try_everything() {
     EXPECT_TRUE(SignalState() == before) << argument.function;
   }
   for (const OnlyComprc& function : kOnlyComprc)
-    for (const BadPointer& bad : memory.of(Use::output, sizeof(uint32_t))) {
+    for (const BadPointer& bad : memory.of(Use::output, function.size)) {
       SCOPED_TRACE(std::string(function.name) + ", comprc: " + bad.name);
       EXPECT_EQ(function.call(static_cast<uint32_t*>(bad.pointer)), 1);
       ++tried;

@@ -23,6 +23,7 @@ class Process {
   int wait();       // exit status, 128 + signal
   void kill_now();  // SIGKILL and wait
   bool running();
+  int id() const { return pid_; }
   int output() const { return output_; }  // its standard output
   std::string rest();                     // everything it still writes
 

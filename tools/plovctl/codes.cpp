@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "hex.h"
+#include "pce_wire.h"
 #include "xact.h"
 #include "xbt.h"
 #include "xdfc.h"
@@ -37,6 +38,9 @@ constexpr const char* kTable = "Look with: plovctl path NAME. The file's table i
 constexpr const char* kDirectory =
     "Look at the directory, its owner and mode; the system's reason is in the trace: plovctl trace --tag XDFC.";
 
+constexpr const char* kReport = "Read it with: plovctl show --crash.";
+constexpr const char* kAsk = "Nothing. See whom the daemon knows with: plovpced --table.";
+
 constexpr const char* kRecord = "xlog_record";
 constexpr const char* kSysevent = "xlog_sysevent";
 constexpr const char* kE4Sysevent = "xlog_e4_sysevent";
@@ -66,6 +70,10 @@ constexpr const char* kSimLoad = "loading the map (xsim)";
 constexpr const char* kSimField = "the field operations (xsim)";
 constexpr const char* kRestart = "xbt_restart";
 constexpr const char* kBridge = "a call of Java";
+constexpr const char* kCrash = "an event PCERROR";
+constexpr const char* kToDaemon = "a message to the daemon";
+constexpr const char* kFromDaemon = "an answer of the daemon";
+constexpr const char* kSetup = "xpce_setup, xpce_unset";
 constexpr const char* kProbe = "the pointer probes (xpce)";
 
 // clang-format off
@@ -439,18 +447,32 @@ constexpr Code kCodes[] = {
     {Family::xpce, XPCE_PROBE_STRING_FAULT, "XPCE_PROBE_STRING_FAULT", kProbe, "a byte of the string cannot be read", kCaller},
     {Family::xpce, XPCE_PROBE_FAULT, "XPCE_PROBE_FAULT", kProbe, "a byte of the range cannot be used", kCaller},
     {Family::xpce, XPCE_PROBE_WRAP, "XPCE_PROBE_WRAP", kProbe, "address and size pass the end of the address space", kCaller},
-    {Family::xpce, 0x700, "", "messages to the process-control daemon", "a message was sent short", "See that plovpced runs."},
-    {Family::xpce, 0x701, "", "messages to the process-control daemon", "a whole message was sent short",
+    {Family::xpce, XPCE_SHORT_SEND, "XPCE_SHORT_SEND", "messages to the process-control daemon", "a message was sent short", "See that plovpced runs."},
+    {Family::xpce, XPCE_SHORT_TOTAL, "XPCE_SHORT_TOTAL", "messages to the process-control daemon", "a whole message was sent short",
      "See that plovpced runs."},
     {Family::xpce, 0x702, "", "xpce_setup", "the process type is not one of those known", "Correct the calling program."},
-    {Family::xpce, 0x710, "", "xpce_setup", "no thread key for the alternate stacks", kMemory},
+    {Family::xpce, XPCE_NO_KEY, "XPCE_NO_KEY", "xpce_setup", "no thread key for the alternate stacks", kMemory},
     {Family::xpce, 0x711, "", "xpce_setup", "the alternate stack's thread value could not be set", kMemory},
-    {Family::xpce, 0x712, "", "xpce_setup", "the thread's data value could not be set", kMemory},
-    {Family::xpce, 0x713, "", "xpce_setup", "the registration could not be sent to the daemon", "See that plovpced runs."},
-    {Family::xpce, 0x714, "", "xpce_unset", "the de-registration could not be sent to the daemon", "See that plovpced runs."},
-    {Family::xpce, 0x715, "", "the end of a thread", "a thread ended with set-ups not taken back",
+    {Family::xpce, XPCE_RECORD_NOT_STORED, "XPCE_RECORD_NOT_STORED", "xpce_setup", "the thread's data value could not be set", kMemory},
+    {Family::xpce, XPCE_NOT_REGISTERED, "XPCE_NOT_REGISTERED", "xpce_setup", "the registration could not be sent to the daemon", "See that plovpced runs."},
+    {Family::xpce, XPCE_NOT_DEREGISTERED, "XPCE_NOT_DEREGISTERED", "xpce_unset", "the de-registration could not be sent to the daemon", "See that plovpced runs."},
+    {Family::xpce, XPCE_UNBALANCED_THREAD, "XPCE_UNBALANCED_THREAD", "the end of a thread", "a thread ended with set-ups not taken back",
      "Correct the calling program."},
-    {Family::xpce, 0x716, "", "xpce_unset", "not de-registered: the process is handling a trap", "Nothing."},
+    {Family::xpce, XPCE_DEREGISTER_SKIPPED, "XPCE_DEREGISTER_SKIPPED", "xpce_unset", "not de-registered: the process is handling a trap", "Nothing."},
+    {Family::xpce, XPCE_NO_LOCK, "XPCE_NO_LOCK", kSetup, "the mutex of process control could not be had",
+     "The thread holds it already, or another one has held it for 90 seconds: look at its stack, and the trace."},
+    {Family::xpce, XPCE_BAD_PROCESS_TYPE, "XPCE_BAD_PROCESS_TYPE", "xpce_setup",
+     "the process type is above 3; the process is set up as a temporary one", "Correct the calling program."},
+    {Family::xpce, XPCE_NO_ACTIVE_SETUP, "XPCE_NO_ACTIVE_SETUP", "xpce_unset", "the process has no set-up to take back",
+     "Correct the calling program."},
+    {Family::xpce, XPCE_NO_THREAD_SETUP, "XPCE_NO_THREAD_SETUP", "xpce_unset", "the thread has no set-up to take back",
+     "Correct the calling program."},
+    {Family::xpce, XPCE_BAD_TAG, "XPCE_BAD_TAG", "xpce_set_user_tag", "the tag cannot be read", kCaller},
+    {Family::xpce, XPCE_BAD_TAG_LENGTH, "XPCE_BAD_TAG_LENGTH", "xpce_set_user_tag",
+     "the tag is empty or longer than 82 characters; it is stored, cut to 83", "Correct the calling program."},
+    {Family::xpce, XPCE_BAD_NEW_ACTION, "XPCE_BAD_NEW_ACTION", kSetup, "the action record is not usable memory", kCaller},
+    {Family::xpce, XPCE_BAD_OLD_ACTION, "XPCE_BAD_OLD_ACTION", "xpce_setup", "the record of the old action is not usable memory",
+     kCaller},
     {Family::xpce, XPCE_PROBE_READABLE, "XPCE_PROBE_READABLE", kProbe, "the read test passed, or could not be made", "Nothing."},
     {Family::xpce, XPCE_PROBE_WRITABLE, "XPCE_PROBE_WRITABLE", kProbe, "the write test passed, or could not be made", "Nothing."},
 
@@ -542,6 +564,18 @@ constexpr Code kCodes[] = {
      "Correct the calling program."},
     {Family::xnb, XNB_BAD_REFERENCE, "XNB_BAD_REFERENCE", kBridge, "an object of a bridge call is null, released or of another class",
      "Correct the calling program."},
+
+    {Family::plovpced, 0x400, "", kCrash, "the exception report of a problem-analysis process", kReport},
+    {Family::plovpced, 0x40A, "", kCrash, "the exception report of a temporary process", kReport},
+    {Family::plovpced, 0x40C, "", kCrash, "the exception report of a permanent process", kReport},
+    {Family::plovpced, 0x40E, "", kCrash, "the exception report of a process without asynchronous termination", kReport},
+    {Family::plovpced, SMSG_TAKE_LOG_REQ, "SMSG_TAKE_LOG_REQ", kToDaemon, "an exception report is to be recorded", kAsk},
+    {Family::plovpced, SMSG_REGISTER_REQ, "SMSG_REGISTER_REQ", kToDaemon, "a process registers", kAsk},
+    {Family::plovpced, SMSG_DEREGISTER_REQ, "SMSG_DEREGISTER_REQ", kToDaemon, "a process de-registers", kAsk},
+    {Family::plovpced, SMSG_GENERIC_ACK, "SMSG_GENERIC_ACK", kFromDaemon, "a message was understood", kAsk},
+    {Family::plovpced, SMSG_TAKE_LOG_ACK, "SMSG_TAKE_LOG_ACK", kFromDaemon, "an exception report is in the log", kAsk},
+    {Family::plovpced, SMSG_REGISTER_ACK, "SMSG_REGISTER_ACK", kFromDaemon, "a process is registered", kAsk},
+    {Family::plovpced, SMSG_DEREGISTER_ACK, "SMSG_DEREGISTER_ACK", kFromDaemon, "a process is de-registered", kAsk},
 };
 // clang-format on
 
@@ -595,6 +629,8 @@ const char* family_name(Family family) {
       return "xbt";
     case Family::xnb:
       return "xnb";
+    case Family::plovpced:
+      return "plovpced";
     default:
       return "xpce";
   }
@@ -608,6 +644,7 @@ std::string notation(Family family, uint32_t value) {
     case Family::xmis:
     case Family::xbt:
     case Family::xnb:
+    case Family::plovpced:
       return hex(value, 4);
     default:
       return std::to_string(value);

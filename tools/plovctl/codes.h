@@ -11,7 +11,7 @@
 
 namespace plov::ctl {
 
-enum class Family { sysrc, xlog, xp11, xdfc, listing, xsim, xpce, xact, xmis, xbt, xnb };
+enum class Family { sysrc, xlog, xp11, xdfc, listing, xsim, xpce, xact, xmis, xbt, xnb, plovpced };
 
 struct Code {
   Family family;
@@ -29,7 +29,7 @@ std::vector<const Code*> find_codes(Family family, uint32_t value);
 const Code* find_code_by_name(std::string_view name);
 
 const char* family_name(Family family);
-// xlog, xp11, xpce, xmis, xbt and xnb in hexadecimal, the others in decimal.
+// xlog, xp11, xpce, xmis, xbt, xnb and plovpced in hexadecimal, the others in decimal.
 std::string notation(Family family, uint32_t value);
 
 // "sysrc 2 (a bad argument or a refused request), comprc 0x1801 (the event is larger than one log may be)". A value

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "blocks.h"
+#include "crash_print.h"
 #include "escape.h"
 #include "output.h"
 
@@ -33,8 +34,9 @@ std::optional<ReferenceCode> reference_code_of(const Event& event) {
   return std::nullopt;
 }
 
-// The beginning of the first block that is readable text as a whole.
+// What crashed, the reference code, or the beginning of the first block that is readable text as a whole.
 std::string preview(const Event& event) {
+  if (const std::optional<CrashReport> crash = crash_report_of(event)) return " " + escape(crash_summary(*crash));
   if (const auto code = reference_code_of(event)) return " refcode " + code->code + " ext " + code->extension;
   for (const Block& block : event.blocks) {
     const std::string_view text = trim_field(text_of(block.data).data(), block.data.size());
@@ -128,6 +130,7 @@ void print_json(const Event& event, const Session& session, bool hexadecimal) {
     blocks.push_back(std::move(entry));
   }
   line["blocks"] = std::move(blocks);
+  if (const std::optional<CrashReport> crash = crash_report_of(event)) line["crash"] = crash_json(*crash);
   print_line(line);
 }
 
@@ -138,6 +141,12 @@ void print_table_head() {
                   pad("RECORDED BY", kRecorderWidth) + "  BLOCKS id:bytes",
               Colour::dim) +
         "\n");
+}
+
+void print_crash_event(const Event& event, const Session& session, bool hexdump) {
+  if (const std::optional<CrashReport> crash = crash_report_of(event))
+    print_crash(*crash, table_time(event.stamp, session.utc));
+  if (hexdump) print_blocks(event);
 }
 
 void print_event(const Event& event, const Session& session, bool hexdump) {

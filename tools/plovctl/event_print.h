@@ -8,6 +8,7 @@
 namespace plov::ctl {
 
 void print_table_head();
+void print_crash_event(const Event& event, const Session& session, bool hexdump);  // the whole report, as text
 void print_event(const Event& event, const Session& session, bool hexdump);
 
 }  // namespace plov::ctl

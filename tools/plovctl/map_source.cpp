@@ -7,7 +7,7 @@
 namespace plov::ctl {
 namespace {
 
-constexpr int kHighestTolvane = 3999, kHighestQuen = 32767;
+constexpr int kHighestQuen = 32767;
 
 int digit(char c) {
   if (c >= '0' && c <= '9') return c - '0';

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "crash_report.h"
 #include "event_print.h"
 #include "events.h"
 #include "format_check.h"
@@ -27,7 +28,8 @@ struct Options {
   std::string name, since, until, grep, target, timeout;
   std::optional<uint32_t> count;
   uint32_t until_match = 0;
-  bool oldest_first = false, hexdump = false, follow = false, all = false, exit_empty = false, no_pager = false;
+  bool oldest_first = false, hexdump = false, follow = false, all = false, exit_empty = false, no_pager = false,
+       crash = false;
 };
 
 template <typename Value>
@@ -74,6 +76,11 @@ Selection selection_of(const Options& options, const Session& session) {
   selection.since = moment("--since", options.since, session.utc);
   selection.until = moment("--until", options.until, session.utc);
   for (const std::string& text : options.patterns) selection.patterns.push_back(pattern_of(text));
+  if (options.crash) {
+    selection.classes = {kCrashClass};
+    selection.types = {kCrashType};
+    selection.name = kCrashName;
+  }
   return selection;
 }
 
@@ -125,8 +132,11 @@ class Show {
 
   void print_all(const EventList& list, bool oldest_first) {
     const auto print_one = [&](const Event& event) {
-      if (printed_++ == 0 && !session_.json) print_table_head();
-      print_event(event, session_, options_.hexdump);
+      if (printed_++ == 0 && !session_.json && !options_.crash) print_table_head();
+      if (options_.crash && !session_.json)
+        print_crash_event(event, session_, options_.hexdump);
+      else
+        print_event(event, session_, options_.hexdump);
     };
     if (oldest_first)
       std::for_each(list.events.rbegin(), list.events.rend(), print_one);
@@ -263,6 +273,7 @@ void add_show(CLI::App& app, Session& session) {
   verb->add_option("--file", options->target, "A log by its name: log (the main log), e4, !wexocom0.log, !PATH")
       ->type_name("LOG");
   verb->add_flag("--all", options->all, "Go on into the compressed copies");
+  verb->add_flag("--crash", options->crash, "Show what crashed processes have reported, each report in full");
   verb->add_flag("--hex", options->hexdump, "Dump the blocks; with --json: add their bytes in hexadecimal");
   verb->add_flag("-f,--follow", options->follow, "Show the last 10 (or -n) events, then new ones as they come");
   add_number(*verb, "--until-match", options->until_match, "Follow: end after this many new events");
@@ -277,6 +288,9 @@ void add_show(CLI::App& app, Session& session) {
   verb->callback([options, &session] {
     if (!options->follow && (options->until_match != 0 || !options->timeout.empty()))
       throw Usage("--until-match and --timeout need --follow");
+    if (options->crash &&
+        !(options->classes.empty() && options->types.empty() && options->name.empty() && options->blocks.empty()))
+      throw Usage("--crash chooses class, type, name and blocks by itself");
     if (options->follow && options->all) throw Usage("--all looks back, --follow ahead");
     if (!options->follow && options->count == 0u) throw Usage("-n 0 needs --follow");
     Show(*options, session).run();
