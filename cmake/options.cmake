@@ -39,3 +39,8 @@ if(PLOV_SANITIZE)
     add_compile_options(-fno-sanitize-recover=undefined)
   endif()
 endif()
+
+# The fuzzer finds its way by what it sees of the library, not of its own few lines.
+if(PLOV_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -206,7 +206,12 @@ int attach_header(bool* created) {
     return error;
   }
   const int error = attach(id);
-  if (error == 0 && *created) memset(pXsim_ptr, 0, sizeof(xsim_header_block));
+  if (!*created) return error;
+  // A block that nobody loads would leave the machine without a map until it is started again.
+  if (error != 0)
+    shmctl(id, IPC_RMID, nullptr);
+  else
+    memset(pXsim_ptr, 0, sizeof(xsim_header_block));
   return error;
 }
 

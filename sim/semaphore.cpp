@@ -1,6 +1,7 @@
 #include "sim/semaphore.h"
 
 #include <errno.h>
+#include <sched.h>
 #include <string.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
@@ -19,14 +20,16 @@ namespace plov::sim {
 namespace {
 
 constexpr int kMode = 0666;
-// Asked for before the wait: who finds the semaphore held most often finds it free a moment later, and a wait costs two
-// switches of context.
-constexpr int kTries = 4;
+// Asked for before the wait: who finds the semaphore held most often finds it free a moment later. One that waits is
+// given the semaphore while it still sleeps, and all others must wait for it to run: the first wait of one would make
+// every operation of all wait, for as long as they keep coming. So the processor is given up first, many times.
+constexpr int kTries = 32, kTriesAtOnce = 4;
 // A maker of the message block that is slower than this has died: whoever waits for it completes the block.
 constexpr int kPatience = 100;  // ms
 
-int semaphore_id = -1;  // set before pxsim_hdr
+std::atomic<int> semaphore_id{-1};  // set before pxsim_hdr
 thread_local unsigned levels __attribute__((tls_model("initial-exec")));
+thread_local int held_id __attribute__((tls_model("initial-exec")));  // what levels counts of
 
 // What one thread wrote under the semaphore is seen by the next of this process. The kernel sees to that; this tells
 // the compiler, and tools that watch threads.
@@ -100,18 +103,37 @@ int32_t xsim_shm_init() {
   return 0;
 }
 
+// The set that `lost` named was removed, and nobody can hold what is gone. Whoever asks by key first makes the new one;
+// its id goes into the block for those who come later. False: there is no other set.
+bool renew(int lost) {
+  const ProcessLock lock;
+  if (!lock.held()) return false;
+  const int id = semget(static_cast<key_t>(XSIM_KEY_MESSAGE), 1, kMode | IPC_CREAT);
+  if (id < 0) xtr_trace("XSIM   F: Error obtaining semaphore (errno=%d %s)", errno, strerror(errno));
+  if (id < 0 || id == lost) return false;
+  __atomic_store_n(&pxsim_hdr->semaphore_id, id, __ATOMIC_RELAXED);
+  semaphore_id = id;
+  return true;
+}
+
 int32_t xsim_lock_buf() {
   xtr_trace("XSIM   D: -> xsim_locksem");
   if (levels == 0) {
+    int id = semaphore_id;
+    bool renewed = false;
     for (int attempt = 0;; ++attempt) {
       sembuf operations[2] = {{0, 0, 0}, {0, 1, SEM_UNDO}};
       if (attempt < kTries) operations[0].sem_flg = IPC_NOWAIT;
-      if (semop(semaphore_id, operations, 2) == 0) break;
-      if (errno != EINTR && errno != EAGAIN) {
-        xtr_trace("XSIMSEMF: semop error of %x on lock", errno);
-        return -1;
-      }
+      if (attempt >= kTriesAtOnce) sched_yield();
+      if (semop(id, operations, 2) == 0) break;
+      const int error = errno;
+      if (error == EINTR || error == EAGAIN) continue;
+      xtr_trace("XSIMSEMF: semop error of %x on lock", error);
+      if ((error != EIDRM && error != EINVAL) || renewed || !renew(id)) return -1;
+      renewed = true;
+      id = semaphore_id;
     }
+    held_id = id;
     handover.load(std::memory_order_acquire);
   }
   ++levels;
@@ -127,7 +149,7 @@ int32_t xsim_unlock_buf() {
     handover.store(1, std::memory_order_release);
     // Held, it is 1. Somebody who set it to 0 by hand must not make this wait.
     sembuf operation = {0, -1, SEM_UNDO | IPC_NOWAIT};
-    while (result == 0 && semop(semaphore_id, &operation, 1) != 0) {
+    while (result == 0 && semop(held_id, &operation, 1) != 0) {
       if (errno == EINTR) continue;
       xtr_trace("XSIMSEMF: semop error of %x on unlock", errno);
       result = -1;
