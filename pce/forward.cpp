@@ -1,8 +1,5 @@
 // The report on its way to the daemon.
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <atomic>
+#include <errno.h>
 
 #include "frame/trace_line.h"
 #include "pce/backtrace.h"
@@ -41,9 +38,13 @@ int32_t fwd_to_daemon(pce_call_record& record, pce_wire_take_log& request, int32
   request.thread_trace_length = length;
   prot_collect_btrace(record, request.backtrace, length);
   request.backtrace_length = length;
-  // A forked child has no connection: its parent's is not its own.
+  // A forked child has no connection, for its parent's is not its own. That of a process which registered with an
+  // earlier daemon leads nowhere.
   if (socket < 0) socket = connect_to_daemon(record);
-  const int32_t result = pce_send_a_msg(record, socket, &request, kSendTime);
+  int32_t result = pce_send_a_msg(record, socket, &request, kSendTime);
+  if (result == EPIPE || result == ECONNRESET)
+    if (const int32_t anew = connect_to_daemon(record); anew >= 0)
+      result = pce_send_a_msg(record, anew, &request, kSendTime);
   if (result != 0)
     pce_trace_line('F', "   fwd_to_daemon: ERROR!!! Unable to send Logging request to PCE Daemon process");
   pce_trace_line('D', "<- fwd_to_daemon:");

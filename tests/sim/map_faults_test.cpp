@@ -249,7 +249,7 @@ TEST_F(MapFaults, OfALaterWriteAreOverWithTheNext) {
 
 // By hand, or by a tool that tidies up. The block still names it.
 TEST_F(MapFaults, ARemovedSemaphoreIsMadeAnew) {
-  EXPECT_EQ(field(9, 5), "first");
+  EXPECT_EQ(codes(xsim_write, 9, "first", 0u), Codes(0, 0));
   const int removed = pxsim_hdr->semaphore_id;
   const pid_t other = test::start_child([] {
     while (semctl(pxsim_hdr->semaphore_id, 0, GETVAL) >= 0) usleep(100);

@@ -11,11 +11,10 @@
 
 #include "blocks.h"
 #include "escape.h"
+#include "xlog_format.h"
 
 namespace plov::ctl {
 namespace {
-
-constexpr uint8_t kBacktraceBlock = 0xE0, kThreadTraceBlock = 0xED, kProcessTraceBlock = 0xEE;
 
 std::string_view view(Bytes bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -168,15 +167,17 @@ std::optional<CrashReport> crash_report_of(const Event& event) {
   bool process_trace = false;
   for (const Block& block : event.blocks) {
     const std::string_view text = view(block.data);
-    if (block.id == XLOG_ERROR_BLOCK_ID && text.size() == 6) {
-      memcpy(&report.report_id, text.data(), sizeof report.report_id);
-      memcpy(&report.signal, text.data() + 2, sizeof report.signal);
+    if (block.id == XLOG_ERROR_BLOCK_ID && text.size() == sizeof(xlog_error_block)) {
+      xlog_error_block error;
+      memcpy(&error, text.data(), sizeof error);
+      report.report_id = error.error_id;
+      report.signal = error.error_reason;
     } else if (block.id == XLOG_LOG_INFO_BLOCK_ID) {
       read_report_text(text, report);
-    } else if (block.id == kBacktraceBlock) {
+    } else if (block.id == XLOG_BACKTRACE_BLOCK_ID) {
       for (const std::string_view line : split(text, '\n')) report.backtrace.push_back(read_call_site(line));
-    } else if (block.id == kProcessTraceBlock || (block.id == kThreadTraceBlock && !process_trace)) {
-      process_trace = block.id == kProcessTraceBlock;
+    } else if (block.id == XLOG_PROCESS_TRACE_BLOCK_ID || (block.id == XLOG_THREAD_TRACE_BLOCK_ID && !process_trace)) {
+      process_trace = block.id == XLOG_PROCESS_TRACE_BLOCK_ID;
       report.trace.clear();
       for (const std::string_view line : split(text, '\n')) report.trace.emplace_back(line);
     }

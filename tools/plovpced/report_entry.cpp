@@ -9,7 +9,7 @@ namespace {
 // As a process that logs its exception by itself makes the entry.
 constexpr uint8_t kExceptionType = 0x3D;
 constexpr char kExceptionName[] = "PCERROR";
-constexpr uint8_t kStackBlock = 4, kBacktraceBlock = 0xE0, kThreadBlock = 0xED, kProcessBlock = 0xEE;
+constexpr uint8_t kStackBlock = 4;
 
 // Trace areas come whole; what is written in them ends before the zeros behind.
 uint32_t written(const char* area, uint32_t length, uint32_t size) {
@@ -31,13 +31,13 @@ ReportEntry::ReportEntry(const pce_wire_take_log& report) {
   request_.data_size = std::min(+report.text_length, PCE_REPORT_TEXT_SIZE);
 
   add(kStackBlock, report.stack, std::min(+report.stack_length, PCE_STACK_AREA_SIZE));
-  add(kBacktraceBlock, report.backtrace, std::min(+report.backtrace_length, PCE_BACKTRACE_SIZE));
+  add(XLOG_BACKTRACE_BLOCK_ID, report.backtrace, std::min(+report.backtrace_length, PCE_BACKTRACE_SIZE));
   const uint32_t thread = written(report.thread_trace, report.thread_trace_length, PCE_TRACE_AREA_SIZE);
   const uint32_t process = written(report.process_trace, report.process_trace_length, PCE_TRACE_AREA_SIZE);
   // A process of one thread has both the same.
   if (thread != process || memcmp(report.thread_trace, report.process_trace, thread) != 0)
-    add(kThreadBlock, report.thread_trace, thread);
-  add(kProcessBlock, report.process_trace, process);
+    add(XLOG_THREAD_TRACE_BLOCK_ID, report.thread_trace, thread);
+  add(XLOG_PROCESS_TRACE_BLOCK_ID, report.process_trace, process);
 }
 
 void ReportEntry::add(uint8_t id, const void* area, uint32_t size) {
