@@ -103,11 +103,9 @@ int32_t xsim_shm_init() {
   return 0;
 }
 
-// The set that `lost` named was removed, and nobody can hold what is gone. Whoever asks by key first makes the new one;
-// its id goes into the block for those who come later. False: there is no other set.
+// The set that `lost` named was removed, and nobody can hold what is gone. Whoever asks by key first makes the new one,
+// and all get the same; its id goes into the block for those who come later. False: there is no other set.
 bool renew(int lost) {
-  const ProcessLock lock;
-  if (!lock.held()) return false;
   const int id = semget(static_cast<key_t>(XSIM_KEY_MESSAGE), 1, kMode | IPC_CREAT);
   if (id < 0) xtr_trace("XSIM   F: Error obtaining semaphore (errno=%d %s)", errno, strerror(errno));
   if (id < 0 || id == lost) return false;
