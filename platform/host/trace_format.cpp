@@ -280,8 +280,11 @@ size_t format_line(char* out, size_t size, const char* format, va_list list) {
   Output output = {out, out + size};
   Arguments arguments;
   va_copy(arguments.list, list);
+  // Not strchrnul: a 32-bit C library has none but the byte by byte one.
+  const char* const end = format + strlen(format);
   while (output.room() > 0) {
-    const char* percent = strchrnul(format, '%');
+    const auto* percent = static_cast<const char*>(memchr(format, '%', static_cast<size_t>(end - format)));
+    if (!percent) percent = end;
     output.text(format, static_cast<size_t>(percent - format));
     if (*percent == '\0') break;
     format = percent + 1;

@@ -100,7 +100,13 @@ void store_line(Ring& ring, Line& line) {
   while (line.number == 0);
   line.reserved = 0;
   const size_t text_words = (line.length + 3) / 4;
-  memset(line.text + line.length, 0, text_words * 4 - line.length);
+  if (const uint32_t rest = line.length % 4; rest != 0) {
+    char* const last = line.text + line.length - rest;
+    uint32_t word;
+    memcpy(&word, last, sizeof word);
+    word &= (1u << (8 * rest)) - 1;
+    memcpy(last, &word, sizeof word);
+  }
 
   // The next drawing of a number waits until the stores of this line are done: fetch the memory of a line to come.
   const auto& coming = ring.slots[(line.number + 2) % kSlots];
