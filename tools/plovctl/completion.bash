@@ -1,7 +1,7 @@
 # bash completion of plovctl: verbs and options from its own help, files for the rest.
 _plovctl() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} verb= word
-  local verbs="init record event microcode update delete show info snapshot check dump purge prune trim path ls sim trace explain spawn restart"
+  local verbs="init record event microcode update delete show info snapshot check dump purge prune trim doctor path ls sim trace explain spawn restart"
   local sims="list get set lock unlock size build"
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     [[ " $verbs " == *" $word "* ]] && verb=$word && break

@@ -48,6 +48,7 @@ int run(int argc, char** argv) {
   add_purge(app, session);
   add_prune(app, session);
   add_trim(app, session);
+  add_doctor(app, session);
   add_path(app, session);
   add_ls(app, session);
   add_trace(app, session);

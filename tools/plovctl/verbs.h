@@ -21,6 +21,7 @@ struct Session {
 void add_check(CLI::App& app, Session& session);
 void add_dump(CLI::App& app, Session& session);
 void add_delete(CLI::App& app, Session& session);
+void add_doctor(CLI::App& app, Session& session);
 void add_event(CLI::App& app, Session& session);
 void add_explain(CLI::App& app, Session& session);
 void add_info(CLI::App& app, Session& session);
