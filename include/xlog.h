@@ -509,7 +509,8 @@ PLOV_API int32_t Java_com_zanth_vemra_base_brellogs_WriteData_jniPruneE4Log(void
 /*
  * Copies the main log, or "wexocalt.log" when the destination's name has that in it, to `destination`, a file name as
  * xdfc_file_copy takes it; a log larger than XLOG_TRIM_SIZE loses its oldest events in the copy. Uses "wexotsd.log".
- * A log whose header says that it holds less than would have to go is not copied, which is success.
+ * A log whose header says that it holds less than would have to go is not copied, which is success. A destination that
+ * is made by this has mode 0600; one that is there keeps its own.
  */
 PLOV_API int32_t xlog_trim_log(const char* destination, uint32_t* comprc);
 

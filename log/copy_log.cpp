@@ -26,11 +26,11 @@ int32_t copy_to_interim(const char* source, const char* interim, uint32_t* code)
   return result;
 }
 
+}  // namespace
+
 bool disk_full(uint32_t code) {
   return code == ENOSPC || code == EDQUOT || code == XDFC_DISK_FULL;
 }
-
-}  // namespace
 
 int32_t copy_log(const char* source, const char* target, uint32_t* code) {
   struct stat from, to;

@@ -16,6 +16,9 @@ struct ExplicitName {
   char text[kPathSize + 16];
 };
 
+// Whether a copy failed with this code because there is no room for it.
+bool disk_full(uint32_t code);
+
 // Result and code are those of xdfc_file_copy; a file copied onto itself is XDFC_EXISTS.
 int32_t copy_log(const char* source, const char* target, uint32_t* code);
 

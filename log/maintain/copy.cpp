@@ -9,6 +9,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "log/copy_log.h"
 #include "log/interim.h"
 #include "log/maintain/slot.h"
 #include "xdfc.h"
@@ -55,9 +56,9 @@ class Copy {
     if (rc != 0 && path_ == interim_.path) {
       unlink(interim_.path);
       path_ = slot_.path;
-      // On a full disk: without the older copy there is room for this one.
+      // Without the older copy there is room for this one. What else failed would fail again and cost the older one.
       struct stat status;
-      if (lstat(slot_.path, &status) == 0 && S_ISREG(status.st_mode)) rc = copy_to_path(&code);
+      if (disk_full(code) && lstat(slot_.path, &status) == 0 && S_ISREG(status.st_mode)) rc = copy_to_path(&code);
     }
     if (rc != 0) report("file_copy failed for comp log, rc = %x, crc = %x", rc, code);
     if (!located()) report("query file_loc failed for comp log, rc = %x, crc = %x", slot_.sysrc, slot_.code);

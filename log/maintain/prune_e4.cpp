@@ -61,8 +61,7 @@ class E4Prune {
     xlog_stage_result amounts = {{static_cast<int32_t>(header_.file_size - limit), 0, 0, 0}};
     int32_t sysrc = xlog_delete_logs(&err_, &header_, &amounts);
     if (sysrc == 0 && (err_.error_level != XLOG_LEVEL_NONE || !err_.file_handle)) sysrc = 2;
-    if (sysrc == 0)
-      xtr_trace("XLOG   D: after xlog_delete_logs, file_size = %d, sysrc  = %d", header_.file_size, sysrc);
+    xtr_trace("XLOG   D: after xlog_delete_logs, file_size = %d, sysrc  = %d", header_.file_size, sysrc);
     return sysrc;
   }
 

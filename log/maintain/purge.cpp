@@ -41,7 +41,7 @@ class Purge {
     return call_.ok();
   }
 
-  // What was removed, as the file services know it.
+  // The name that the log was purged by; empty unless its file went.
   const char* removed() const { return removed_; }
 
  private:
@@ -108,7 +108,8 @@ class Purge {
 
   // The copies go whatever log is purged: they may hold its events too.
   bool remove_files() {
-    name_file();
+    char path[sizeof(LogPath::path) + 1];
+    name_file(path, sizeof path);
     uint32_t ignored;
     xdfc_delete_file("wexosave.log", &ignored);
     xlog_configuration configuration;
@@ -126,29 +127,31 @@ class Purge {
     }
     xdfc_delete_file("wexocomp.log", &ignored);
     uint32_t detail = 0;
-    if (xdfc_delete_file(removed_, &detail) == 0 || detail == ENOENT) return true;
+    if (xdfc_delete_file(path, &detail) == 0 || detail == ENOENT) return true;
     return fail(XLOG_PURGE_DELETE_FAILED, detail, XLOG_LEVEL_RECORD);
   }
 
-  // A bare "!name" lies where the path table puts "!name". A name that is too long for a log is no log's: it is not
-  // cut, or another log would go.
-  void name_file() {
+  // A name that is too long for a log is no log's: it is not cut, or another log would go. `path` is what the file
+  // services are to remove: a bare "!name" lies where the path table puts "!name".
+  void name_file(char* path, size_t size) {
     const char* const session = err().target_session;
     LogName name;
     parse_name(session, &name);
-    LogPath path;
-    if (name.form == LogName::Form::bare_file && (locate(name, &path), path.path[0] != '\0'))
-      snprintf(removed_, sizeof removed_, "!%s", path.path);
-    else if (name.too_long)
+    if (name.too_long)
       snprintf(removed_, sizeof removed_, "wexo%s.log", session);
     else
       snprintf(removed_, sizeof removed_, "%s", name.opened);
+    LogPath located;
+    if (name.form == LogName::Form::bare_file && (locate(name, &located), located.path[0] != '\0'))
+      snprintf(path, size, "!%s", located.path);
+    else
+      snprintf(path, size, "%s", removed_);
   }
 
   frame::Call& call_;
   const xlog_purge_block& request_;
   Operation operation_;
-  char removed_[kPathSize + 16] = "";
+  char removed_[sizeof(xlog_purge_block::target_session) + 16] = "";
 };
 
 // Into the main log, which the message must not depend on: the purged one may be gone.

@@ -82,20 +82,23 @@ int32_t stage_one(const xlog_file_header& header, xlog_err_interface* err, xlog_
                   LoadedFile* file) {
   *result = {};
   copy_name[0] = '\0';
-  Configuration configuration;
-  const int32_t read = read_configuration(err, true, &configuration);
-  if (read != 0) {
-    xtr_trace("XLOG   F: failure getting values from wexoinit.trm file");
-    return read;
+  {
+    Configuration configuration;
+    const int32_t read = read_configuration(err, true, &configuration);
+    if (read != 0) {
+      xtr_trace("XLOG   F: failure getting values from wexoinit.trm file");
+      return read;
+    }
+    const int slot = is_main_log(err->target_session) ? choose_slot(configuration.compressed_copies) : -1;
+    if (slot >= 0) {
+      const SlotName name(slot);
+      strcpy(copy_name, name.text);
+      xtr_trace("XLOG   F: name of compressed file is [%s]", copy_name);
+      if (!copy_aside(err, configuration.short_name_file_size, copy_name)) return kStageFailed;
+    }
+    if (tally(header, err, configuration, result, *file)) return 0;
   }
-  const int slot = is_main_log(err->target_session) ? choose_slot(configuration.compressed_copies) : -1;
-  if (slot >= 0) {
-    const SlotName name(slot);
-    strcpy(copy_name, name.text);
-    xtr_trace("XLOG   F: name of compressed file is [%s]", copy_name);
-    if (!copy_aside(err, configuration.short_name_file_size, copy_name)) return kStageFailed;
-  }
-  return tally(header, err, configuration, result, *file) ? 0 : xlog_error_handler(err);
+  return xlog_error_handler(err);
 }
 
 }  // namespace plov::log

@@ -1,8 +1,10 @@
 #include "log/maintain/trim.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -25,12 +27,29 @@ constexpr TrimResult kTrimmed = {0, 0, nullptr};
 
 // Only the main log has writers that wait for the log lock.
 int32_t copy_source(const char* source, const char* target, uint32_t* code) {
-  if (source == kAltLog) return xdfc_file_copy(source, target, kReplace, code);
+  if (source != kMainLog) return xdfc_file_copy(source, target, kReplace, code);
   const int32_t locked = xlog_access_sem(XLOG_SEM_LOCK, code);
   if (locked != 0) return locked;
   const int32_t copied = xdfc_file_copy(source, target, kReplace, code);
   uint32_t ignored;
   xlog_access_sem(XLOG_SEM_UNLOCK, &ignored);
+  return copied;
+}
+
+// What a log holds is nobody else's to read: a destination that is not there yet is private from its first byte on. One
+// that is there is the caller's and keeps its mode.
+int32_t copy_out(const char* source, const char* destination, uint32_t* code) {
+  LogName name;
+  LogPath path;
+  const bool explicit_path = destination[0] == '!';
+  name.form = explicit_path ? LogName::Form::full_path : LogName::Form::bare_file;
+  name.looked_up = destination;
+  name.file = destination + (explicit_path ? 1 : 0);
+  locate(name, &path);
+  const int fd = open(path.path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd >= 0) close(fd);
+  const int32_t copied = copy_source(source, destination, code);
+  if (copied != 0 && fd >= 0) unlink(path.path);
   return copied;
 }
 
@@ -64,7 +83,7 @@ class TemporaryCopy {
       xtr_trace("XLOGTRMT: Send bad rc back to caller - pruning error");
       return {sysrc, err_.error_id, "Error reducing log file: xlog_delete_logs()"};
     }
-    sysrc = xdfc_file_copy(kTemporary, destination, kReplace, &code);
+    sysrc = copy_out(kTemporary, destination, &code);
     remove();
     if (sysrc != 0) {
       xtr_trace("XLOGTRMT: Send bad rc back to caller - File copy error");
@@ -110,7 +129,7 @@ class TemporaryCopy {
 
 TrimResult copy_whole(const char* source, const char* destination) {
   uint32_t code = 0;
-  const int32_t sysrc = copy_source(source, destination, &code);
+  const int32_t sysrc = copy_out(source, destination, &code);
   if (sysrc != 0) {
     xtr_trace("XLOGTRMT: Send bad rc back to caller - FileCopy error");
     return {sysrc, code, "Error copying log file"};

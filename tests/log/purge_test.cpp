@@ -1,6 +1,7 @@
 // Purging classes and files, pruning "e4", trimming a copy for Java.
 #include <gtest/gtest.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -171,6 +172,7 @@ TEST(Purge, AWholeFileGoesWithTheCopies) {
   for (const std::string& name : {"!" + path, std::string("!wexoabcd.log")}) {
     write_file(path, "own");
     EXPECT_EQ(purge_file(name), Codes(0, 0)) << name;
+    EXPECT_EQ(read_all()[0].blocks.back().bytes, (name[1] == '/' ? name : name.substr(1)) + '\0');
   }
   EXPECT_TRUE(exists(path)) << "the second name was another's";
   EXPECT_FALSE(exists(data_path("wexoabcd.log")));
@@ -227,6 +229,10 @@ TEST(Trim, AFileThatIsSmallEnoughIsCopied) {
   EXPECT_EQ(java.result, 0);
   EXPECT_EQ(java.message, "");
   EXPECT_TRUE(read_file(destination) == log);
+  EXPECT_EQ(mode_of(destination), 0600u);
+  chmod(destination.c_str(), 0640);
+  trim_to(destination);
+  EXPECT_EQ(mode_of(destination), 0640u) << "a file that is there stays as its owner wants it";
 }
 
 TEST(Trim, ALargerOneLosesItsOldestEventsInTheCopy) {
@@ -237,6 +243,7 @@ TEST(Trim, ALargerOneLosesItsOldestEventsInTheCopy) {
   EXPECT_TRUE(read_file(data_path("wexocalt.log")) == log) << "the log itself stays";
   EXPECT_FALSE(exists(data_path("wexotsd.log")));
   EXPECT_LE(read_file(destination).size(), XLOG_TRIM_SIZE);
+  EXPECT_EQ(mode_of(destination), 0600u);
   const auto kept = names("!" + destination);
   // 138 of 10,000 bytes and a last one that fills up: the oldest is replaced by an event behind the Log Info Log.
   ASSERT_EQ(kept.size(), 1u + 1u + 137u + 1u);
@@ -247,6 +254,7 @@ TEST(Trim, Failures) {
   const std::string destination = console_path() + "copy.log";
   trim_to(destination);
   EXPECT_EQ(java.message, "Error copying log file") << "there is no log";
+  EXPECT_FALSE(exists(destination));
   EXPECT_EQ(java.result, 2);
   EXPECT_EQ(java.comprc, ENOENT);
 

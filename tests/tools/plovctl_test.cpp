@@ -194,14 +194,15 @@ TEST(Plovctl, SalvagesWhatABrokenOffPruneLeft) {
   test::LogFile file;
   file.add({.timestamp = {1000, 150}, .name = "stays"});
   file.header.file_flags |= XLOG_FILE_PRUNE_IN_PROGRESS;
-  write_log(file.bytes());
+  file.header.file_size = XLOG_FILE_HEADER_SIZE;
+  write_log(file.bytes() + "not a log");
   const Outcome shown = plovctl("show --json 2>/dev/null");
   EXPECT_EQ(shown.exit, 3);
   ASSERT_THAT(shown.names(), ElementsAre("stays", "Log Info Log"));
   EXPECT_EQ(shown.objects().at(0).at("seconds"), 1001);
   EXPECT_EQ(shown.objects().at(0).at("hundredths"), 50);
   EXPECT_EQ(plovctl("info").exit, 3);
-  EXPECT_EQ(test::read_file(log_path()), file.bytes());
+  EXPECT_EQ(test::read_file(log_path()), file.bytes() + "not a log");
 }
 
 TEST(Plovctl, FollowsIntoDamage) {

@@ -29,6 +29,14 @@ std::vector<uint32_t> chained_logs(Bytes file, const xlog_file_header& header, u
   return offsets;
 }
 
+// While room is made the header says that the file is empty, but for its newest log: the logs are all there still.
+uint32_t end_of_data(Bytes file, const xlog_file_header& header) {
+  if (!(header.file_flags & XLOG_FILE_PRUNE_IN_PROGRESS))
+    return std::min(uint32_t{header.file_size}, addressable(file));
+  const LoadedLog newest = load_log(file, header.last_log_offset, addressable(file));
+  return newest.flaw == Flaw::none ? header.last_log_offset + newest.info.total_log_size : addressable(file);
+}
+
 }  // namespace
 
 std::optional<xlog_file_header> load_file_header(Bytes file) {
@@ -65,7 +73,7 @@ xlog_block_info load_block_info(Bytes file, uint32_t log_offset, uint32_t index)
 
 LogLayout lay_out(Bytes file, const xlog_file_header& header) {
   LogLayout layout;
-  layout.end = std::min(uint32_t{header.file_size}, addressable(file));
+  layout.end = end_of_data(file, header);
   uint32_t offset = XLOG_FILE_HEADER_SIZE;
   std::optional<std::vector<uint32_t>> chained;
   while (offset < layout.end) {

@@ -40,7 +40,8 @@ struct Gap {
 struct LogLayout {
   std::vector<uint32_t> logs;  // offsets, rising
   std::vector<Gap> gaps;       // rising
-  uint32_t end = 0;            // of the data: `file_size`, or less when the file is shorter
+  uint32_t end = 0;  // of the data: `file_size`, or less when the file is shorter; behind the newest log while
+                     // room is made
 };
 
 // Walks the logs from the first one by their lengths. Where that breaks off, it goes on at the next log that the chain
