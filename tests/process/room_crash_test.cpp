@@ -13,13 +13,12 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <functional>
-#include <map>
 
 #include "support/child.h"
 #include "support/doubles.h"
 #include "support/files.h"
+#include "support/full_log.h"
 #include "support/log_calls.h"
 #include "support/worker.h"
 
@@ -132,40 +131,11 @@ namespace {
 const std::string kLog = data_path("wexolog.log");
 const Event kEvent = {.classes = 0x13, .user = 1000, .blocks = {{0x20, noise(700)}}};
 
-using Files = std::map<std::string, std::string>;
-
-Files files() {
-  Files all;
-  for (const auto& entry : std::filesystem::directory_iterator(data_path("")))
-    all[entry.path()] = read_file(entry.path());
-  return all;
-}
-
-void put_back(const Files& all) {
-  for (const auto& entry : std::filesystem::directory_iterator(data_path(""))) remove(entry.path().c_str());
-  for (const auto& [path, bytes] : all) {
-    write_file(path, bytes);
-    chmod(path.c_str(), 0600);
-  }
-}
-
-// A log of 20 KB with 300 bytes left; some types have a keep count, some classes a priority.
-LogFile nearly_full() {
-  LogFile file;
-  file.header.max_file_size = 10;
-  for (uint16_t i = 0; file.header.file_size < 20000; ++i)
-    file.add({.eventid = {static_cast<uint8_t>(0x10 + i % 4), static_cast<uint8_t>(i % 2), i},
-              .blocks = {stored(0x20, noise(60 + i * 37 % 200))}});
-  return file;
-}
-
 class RoomCrash : public testing::Test {
  protected:
   void SetUp() override {
-    write_file(console_path() + "wexoinit.trm",
-               "9 x\n9 x\n9 x\n9 x\n0 x\n100 x\n2 x\nC 10\n * 9 1\n 01 3\nC 12\n * 99 2\n");
-    mkdir(data_path("").c_str(), 0700);
-    before_ = {{kLog, nearly_full().bytes()}};
+    configure_full_log();
+    before_ = {{kLog, log_filled_to(20000).bytes()}};
     put_back(before_);
     ASSERT_EQ(record(kEvent).sysrc, 0);
     after_ = read_file(kLog);
@@ -200,13 +170,6 @@ class RoomCrash : public testing::Test {
     ++points_;
   }
 
-  bool half_done() {
-    xlog_file_header header = {};
-    const std::string bytes = read_file(kLog);
-    memcpy(&header, bytes.data(), sizeof header);
-    return header.file_flags & XLOG_FILE_PRUNE_IN_PROGRESS;
-  }
-
   Files before_;
   std::string after_;
   int points_ = 0;
@@ -223,8 +186,8 @@ TEST_F(RoomCrash, KilledAtEachStepAndAgainAtEachStepOfTheRepair) {
       put_back(before_);
       if (!disturbed(k, how, record_it)) break;
       const std::string where = "call " + std::to_string(k) + ", cut " + std::to_string(static_cast<int>(how));
-      const Files left = files();
-      if (half_done()) {
+      const Files left = log_files();
+      if (half_done(kLog)) {
         ++repairs;
         for (const Cut again : {Cut::before, Cut::half, Cut::after})
           for (int j = 1; !HasFailure(); ++j) {
@@ -266,7 +229,7 @@ TEST_F(RoomCrash, ADiskWithoutSpaceForTheFinishedFile) {
     int result;
     if (!disturbed(k, Cut::no_space, record_it, &result)) break;
     EXPECT_TRUE(result == 0 || result == 8) << k;
-    const bool moved_without_header = half_done() && record_it() == 8;
+    const bool moved_without_header = half_done(kLog) && record_it() == 8;
     given_up += moved_without_header;
     if (moved_without_header) continue;
     EXPECT_EQ(record_it(), 0) << k;
