@@ -26,7 +26,7 @@ constexpr int kPatience = 10000;
 
 volatile uint32_t trap_flag;
 sigjmp_buf jump_point;
-pthread_t probing_thread;
+std::atomic<pthread_t> probing_thread;  // a crash handler on another thread looks whether it is its own
 struct sigaction saved_action;
 std::atomic<bool> saved_is_known;
 
@@ -87,7 +87,7 @@ int unblock_sigsegv(sigset_t* old_mask) {
 }
 
 bool install_handler(int32_t result) {
-  probing_thread = pthread_self();
+  probing_thread.store(pthread_self(), std::memory_order_relaxed);
   saved_is_known.store(false, std::memory_order_relaxed);
   // Never cleared: a thread that is late may still look.
   const struct sigaction& action = crashes_on_alternate_stacks() ? kProbeActionOnStack : kProbeAction;
@@ -95,13 +95,13 @@ bool install_handler(int32_t result) {
   saved_is_known.store(true, std::memory_order_release);
   if (installed) return true;
   xtr_trace("XPCECK_F: sigaction returned %x with errno of %d", result, errno);
-  probing_thread = pthread_t{};
+  probing_thread.store(pthread_t{}, std::memory_order_relaxed);
   return false;
 }
 
 void restore_handler(int32_t result) {
   const int rc = sigaction(SIGSEGV, &saved_action, nullptr);
-  probing_thread = pthread_t{};
+  probing_thread.store(pthread_t{}, std::memory_order_relaxed);
   if (rc != 0) xtr_trace("XPCECK_F: restore sigaction returned %x with errno of %d", result, errno);
 }
 
@@ -298,12 +298,12 @@ Copied copy_foreign(void* to, const void* from, size_t size) {
 
 bool suspend_probe() {
   if (!pthread_equal(pthread_self(), probing_thread)) return false;
-  probing_thread = pthread_t{};
+  probing_thread.store(pthread_t{}, std::memory_order_relaxed);
   return true;
 }
 
 void resume_probe() {
-  probing_thread = pthread_self();
+  probing_thread.store(pthread_self(), std::memory_order_relaxed);
 }
 
 PLOV_TOUCHES_FOREIGN_MEMORY void touch_end(const void* address, size_t size) {

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <pthread.h>
+#include <time.h>
 
 #include <algorithm>
 
@@ -16,12 +17,37 @@ constexpr uint32_t kTimeout = 90000, kId = 0x750;
 // Whether this thread holds the mutex, takes it or gives it back.
 thread_local volatile bool in_hand __attribute__((tls_model("initial-exec")));
 
+thread_local Patience patience __attribute__((tls_model("initial-exec"))) = Patience::endless;
+
+constexpr time_t kCrashPatience = 30;  // seconds, like every other wait of a crash
+
+// The thread sanitizer knows pthread_mutex_timedlock alone, and so follows the clock that may be set.
+int lock_until(pthread_mutex_t* mutex, time_t seconds) {
+  timespec limit;
+#ifdef __SANITIZE_THREAD__
+  clock_gettime(CLOCK_REALTIME, &limit);
+  limit.tv_sec += seconds;
+  return pthread_mutex_timedlock(mutex, &limit);
+#else
+  clock_gettime(CLOCK_MONOTONIC, &limit);
+  limit.tv_sec += seconds;
+  return pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &limit);
+#endif
+}
+
+int lock_in_crash() {
+  if (patience == Patience::none) return ETIMEDOUT;
+  const int rc = lock_until(&xtr_mutex_sem, kCrashPatience);
+  if (rc == ETIMEDOUT) patience = Patience::none;
+  return rc;
+}
+
 }  // namespace
 
 int lock_shared_mutex() {
   if (in_hand) return EDEADLK;
   in_hand = true;
-  const int rc = pthread_mutex_lock(&xtr_mutex_sem);
+  const int rc = patience == Patience::endless ? pthread_mutex_lock(&xtr_mutex_sem) : lock_in_crash();
   if (rc != 0) in_hand = false;
   return rc;
 }
@@ -30,6 +56,14 @@ int unlock_shared_mutex() {
   const int rc = pthread_mutex_unlock(&xtr_mutex_sem);
   in_hand = false;
   return rc;
+}
+
+CrashPatience::CrashPatience() : before_(patience) {
+  if (patience == Patience::endless) patience = Patience::bounded;
+}
+
+CrashPatience::~CrashPatience() {
+  patience = before_;
 }
 
 SharedMutex::SharedMutex(pce_call_record& record) : record_(record) {

@@ -13,6 +13,21 @@ namespace plov::frame {
 int lock_shared_mutex();
 int unlock_shared_mutex();
 
+// While one lives its thread, which has crashed, waits 30 seconds for the mutex, once, and then goes on without it:
+// ETIMEDOUT. The mutex's holder may itself wait for ever for what that thread had in hand, a lock of the allocator for
+// one, or may have crashed too, and the report would never be sent. Signal-safe.
+enum class Patience : uint8_t { endless, bounded, none };
+class CrashPatience {
+ public:
+  CrashPatience();
+  CrashPatience(const CrashPatience&) = delete;
+  CrashPatience& operator=(const CrashPatience&) = delete;
+  ~CrashPatience();
+
+ private:
+  Patience before_;
+};
+
 // The same with the process kernel's calls, whose events then wait for the release, and with the failures of others
 // (frame/deferred.h). The holder cannot be cancelled. The code 0x750 is left in the record when one of them fails.
 class SharedMutex {

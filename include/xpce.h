@@ -53,9 +53,10 @@ PLOV_API int32_t xpce_ckstr(const char* string, uint32_t* length, uint32_t* comp
  * both. Each thread that is set up gets an alternate signal stack: without one, the overflow of its stack is not
  * reported.
  *
- * The first crash of a process sends one report to the daemon, calls the first user exit, changes to the directory for
- * core files, and sends the signal again under the action that was in force before set-up. A thread that crashes
- * meanwhile waits 60 seconds for that. SIGTERM goes the same way but sends no report.
+ * The first crash of a process changes to the directory for core files, sends one report to the daemon, calls the first
+ * user exit, and sends the signal again under the action that was in force before set-up. A thread that crashes
+ * meanwhile waits 60 seconds for that. SIGTERM goes the same way but sends no report. What a Java VM takes for itself
+ * is no crash.
  */
 
 /* What a process is; it chooses the handler, and so the id under which its crash is reported. */

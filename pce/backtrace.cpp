@@ -9,6 +9,7 @@
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -118,6 +119,31 @@ class Mended {
 };
 Mended mended;
 
+// Naming the frames takes the loader's lock, whose holder may itself wait for ever for what this thread had in hand.
+// When the time is over, and every second from then on, the way out is that of a fault.
+class Watch {
+ public:
+  void begin() {
+    sigevent event = {};
+    event.sigev_notify = SIGEV_THREAD_ID;
+    event.sigev_signo = SIGSEGV;
+    event._sigev_un._tid = gettid();
+    running_ = timer_create(CLOCK_MONOTONIC, &event, &timer_) == 0;
+    const itimerspec times = {{1, 0}, {kTime, 0}};
+    if (running_) timer_settime(timer_, 0, &times, nullptr);
+  }
+  void end() {
+    if (running_) timer_delete(timer_);
+    running_ = false;
+  }
+
+ private:
+  static constexpr time_t kTime = 10;  // seconds
+  timer_t timer_;
+  volatile bool running_ = false;
+};
+Watch watch;
+
 // Writes the frames into the file and reads them back; false when that failed.
 bool write_and_read(char (&text)[PCE_BACKTRACE_SIZE]) {
   void* addresses[kMostAddresses];
@@ -156,14 +182,16 @@ void collect_unblocked(pce_call_record& record, char (&text)[PCE_BACKTRACE_SIZE]
   // A fault while its signal is blocked, as it is in its handler, would end the process at once.
   sigset_t set, before;
   sigemptyset(&set);
-  sigaddset(&set, SIGSEGV);
+  for (int fault : {SIGSEGV, SIGBUS}) sigaddset(&set, fault);
   if (const int rc = pthread_sigmask(SIG_UNBLOCK, &set, &before); rc != 0) {
     pce_trace_line('F', "   prot_collect_btrace: Error! pthread_sigmask returned %u, >%s<", static_cast<unsigned>(rc),
                    reason(rc));
     set_text(text, "Backtrace Unavailable due to pthread_sigmask() failure");
     return;
   }
+  watch.begin();
   collect_btrace(record, text, length);
+  watch.end();
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
@@ -183,6 +211,7 @@ int32_t prot_collect_btrace(pce_call_record& record, char (&text)[PCE_BACKTRACE_
   } else {
     gl_prot_tid = pthread_t{};
     pce_trace_line('F', "   prot_collect_btrace: Looks like we trapped. Setting no backtrace data available.");
+    watch.end();
     mended.end();
     remove_file();
     set_text(text, "Backtrace Unavailable due to trap in collect_btrace()");

@@ -10,7 +10,7 @@ namespace plov::pce {
 // The interrupted registers of the crash that is being reported; may be null.
 void set_interrupted(void* context);
 
-// Collects, and survives a fault in doing so. Always 0.
+// Collects, for ten seconds at most, and survives a fault in doing so. Always 0.
 int32_t prot_collect_btrace(pce_call_record& record, char (&text)[PCE_BACKTRACE_SIZE], uint32_t& length);
 
 // For the handler of that fault: whether this thread is the collector, and the way back.

@@ -67,12 +67,16 @@ int32_t connect_to(pce_call_record& record, int32_t socket, const char* director
   return same_owner(socket, path) ? 0 : EACCES;
 }
 
-// `socket` is -1 after a failure.
-int32_t open_connection(pce_call_record& record, int32_t& socket) {
+int32_t safe_directory(pce_call_record*, char* directory, uint32_t size) {
+  return pce_sig_tempdir(directory, size);
+}
+
+// `socket` is -1 after a failure. As signal-safe as the call that finds the directory.
+int32_t open_connection(pce_call_record& record, int32_t& socket, decltype(&pce_find_tempdir) find_directory) {
   char directory[384];
   int32_t result = pce_socket(&record, AF_UNIX, SOCK_STREAM, 0, &socket);
   if (result != 0) return result;
-  result = pce_sig_tempdir(directory, sizeof directory);
+  result = find_directory(&record, directory, sizeof directory);
   if (result == 0) result = connect_to(record, socket, directory);
   if (result != 0) {
     result = std::max(result, pce_soclose(&record, socket));
@@ -115,7 +119,7 @@ void await_acknowledgement(int32_t socket, uint32_t code) {
   const int64_t end = now() + kAcknowledgeTime;
   pce_wire_header answer;
   while (read_header(socket, answer, end) && answer.length == sizeof answer)
-    if (answer.code == code + PCE_ACK) return;
+    if (answer.code == code + PCE_ACK || answer.code == SMSG_GENERIC_ACK) return;
   char name[kMessageNameSize];
   pce_trace_line('F', "   await_acknowledgement: no acknowledgement of >%s<", pce_msg_2_strg(code, name));
 }
@@ -148,7 +152,7 @@ int32_t register_fn(pce_call_record& record, int32_t& socket, uint16_t type) {
   pce_trace_line('D', "-> register_fn:");
   pce_call_record inner = inner_record(record);
   int32_t descriptor = -1;
-  int32_t result = open_connection(inner, descriptor);
+  int32_t result = open_connection(inner, descriptor, pce_find_tempdir);
   if (result != 0) {
     result = not_sent(record, "register_fn", XPCE_NOT_REGISTERED, result);
   } else {
@@ -184,7 +188,7 @@ int32_t deregister_fn(pce_call_record& record, int32_t& socket) {
 
 int32_t connect_to_daemon(pce_call_record& record) {
   int32_t socket = -1;
-  open_connection(record, socket);
+  open_connection(record, socket, safe_directory);
   return socket;
 }
 

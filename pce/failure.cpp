@@ -4,18 +4,17 @@
 
 #include <algorithm>
 
+#include "frame/event.h"
 #include "xpce.h"
 
 namespace plov::pce {
 namespace {
 
-using Report = decltype(&pce_log_event);
-
-void report(Report event, pce_call_record& record, const char* function, uint32_t id, uint32_t value) {
+void report(frame::EventCall event, pce_call_record& record, const char* function, uint32_t id, uint32_t value) {
   char* lines[2] = {};
   for (uint32_t part : {1u, 2u})
     pce_lookup_err(&record, err_info.count, err_info.table, &lines[part - 1], id, part, value);
-  event(&record, function, lines[0], lines[1], id);
+  frame::report_event(event, record, function, lines[0], lines[1], id);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // The crash handlers. They run on the faulting thread, on its alternate stack when it has one. Signal-safe: they
-// allocate nothing, wait for no lock of their own thread, and the one wait without a bound is for a thread that is at
-// work under xtr_mutex_sem.
+// allocate nothing, wait for no lock of their own thread, and for nothing else without a bound.
 #include <errno.h>
 #include <pthread.h>
 #include <signal.h>
@@ -8,12 +7,14 @@
 #include <unistd.h>
 
 #include "frame/probe.h"
+#include "frame/shared_mutex.h"
 #include "pce/backtrace.h"
 #include "pce/process_state.h"
 #include "pce/report.h"
 #include "pce/signals.h"
 #include "pce/thread_record.h"
 #include "pce/user_exits.h"
+#include "pce/vm_signals.h"
 #include "xpce.h"
 #include "xtr.h"
 
@@ -27,7 +28,7 @@ constexpr unsigned kPatience = 60;  // seconds that a second crash leaves to the
 thread_local volatile bool trap_flag __attribute__((tls_model("initial-exec")));
 
 // Returns when there is no backtrace collector of this thread to go back to.
-void crashed_again() {
+void crashed_again(int signal) {
   xtr_trace("XPCE___F:    all_handler: An exception occured while processing another exception from");
   xtr_trace("XPCE___F:               : this thread.");
   if (collecting_backtrace()) {
@@ -36,6 +37,7 @@ void crashed_again() {
     return_to_collector();
   }
   xtr_trace("XPCE___F:               : Bailing out...");
+  break_circle(signal);
 }
 
 void crashed(pce_call_record& record, int signal, siginfo_t* information, void* context, uint32_t report_id,
@@ -46,7 +48,8 @@ void crashed(pce_call_record& record, int signal, siginfo_t* information, void* 
   if (previous != 0) {
     xtr_trace("XPCE___F:    all_handler: Another exception handler already running. About");
     xtr_trace("XPCE___F:               : to wait 60 secs. for the 'other' handler to complete.");
-    sleep(kPatience);
+    // A signal whose handler returns ends a sleep: the rest of it follows.
+    for (unsigned left = kPatience; left > 0;) left = sleep(left);
   } else {
     callUserExits(signal, information, context);
   }
@@ -58,11 +61,17 @@ void all_handler(pce_call_record& record, int signal, siginfo_t* information, vo
   get_user_tag(tag);
   xtr_trace("XPCE___F:    all_handler: User Thread tag >%s<", tag);
   if (trap_flag)
-    crashed_again();
+    crashed_again(signal);
   else
     crashed(record, signal, information, context, report_id, tag);
   passSignalOn(signal);
+  end_first_process(signal, information);
   xtr_trace("XPCE___F: <- all_handler");
+}
+
+// A fault in the handler is never the VM's.
+bool not_a_crash(int signal, siginfo_t* information, void* context) {
+  return !trap_flag && vm_took(signal, information, context);
 }
 
 // Around each handler: nothing may take its thread away, and the earlier action may be one that goes on.
@@ -87,6 +96,7 @@ class Surroundings {
   int saved_errno_;
   bool probe_;
   int cancel_state_;
+  frame::CrashPatience patience_;
   pce_call_record record_ = {};
 };
 
@@ -94,6 +104,7 @@ class Surroundings {
 }  // namespace plov::pce
 
 void xpce_tempHandler(int signal, siginfo_t* information, void* context) {
+  if (plov::pce::not_a_crash(signal, information, context)) return;
   plov::pce::Surroundings surroundings("xpce_tempHandler");
   xtr_trace("XPCE___F: -> xpce_tempHandler: temporary exception handler running with signal %d", signal);
   plov::pce::all_handler(surroundings.record(), signal, information, context, 0x40A);
@@ -102,6 +113,7 @@ void xpce_tempHandler(int signal, siginfo_t* information, void* context) {
 
 // The arrow that the entry line lacks and the spelling of the exit line's name are known to who reads these traces.
 void xpce_permHandler(int signal, siginfo_t* information, void* context) {
+  if (plov::pce::not_a_crash(signal, information, context)) return;
   plov::pce::Surroundings surroundings("xpce_permHandler");
   xtr_trace("XPCE___F: xpce_permHandler: permanent exception handler running with signal %d", signal);
   plov::pce::all_handler(surroundings.record(), signal, information, context, 0x40C);
@@ -109,6 +121,7 @@ void xpce_permHandler(int signal, siginfo_t* information, void* context) {
 }
 
 void xpce_paHandler(int signal, siginfo_t* information, void* context) {
+  if (plov::pce::not_a_crash(signal, information, context)) return;
   plov::pce::Surroundings surroundings("xpce_paHandler");
   xtr_trace("XPCE___F: -> xpce_paHandler: PA exception handler running with signal %d", signal);
   plov::pce::all_handler(surroundings.record(), signal, information, context, 0x400);
@@ -117,6 +130,7 @@ void xpce_paHandler(int signal, siginfo_t* information, void* context) {
 
 // The exit line's spelling is known to who reads these traces.
 void xpce_noasyncHandler(int signal, siginfo_t* information, void* context) {
+  if (plov::pce::not_a_crash(signal, information, context)) return;
   plov::pce::Surroundings surroundings("xpce_noasyncHandler");
   xtr_trace("XPCE___F: -> xpce_noasyncHandler: No Async. Terminate exception handler running with signal %d", signal);
   plov::pce::all_handler(surroundings.record(), signal, information, context, 0x40E);

@@ -4,12 +4,14 @@
 #include <string.h>
 
 #include <algorithm>
+#include <atomic>
 
 #include "frame/trace_line.h"
 #include "pce/daemon.h"
 #include "pce/failure.h"
 #include "pce/process_state.h"
 #include "pce/signals.h"
+#include "pce/vm_signals.h"
 #include "xdfc.h"
 #include "xpce.h"
 #include "xtr.h"
@@ -28,19 +30,22 @@ void find_core_directory() {
   if (xdfc_query_file_location("core.123", coreDir, &comprc) != 0) coreDir[0] = '\0';
 }
 
-// The collector's first call loads the unwinder and allocates: it must not be the handler's.
-void prepare_backtrace() {
-  void* address;
-  backtrace(&address, 1);
-}
+std::atomic<bool> is_set_up;
 
 }  // namespace
+
+void prepare_process_setup() {
+  if (is_set_up) return;
+  // The collector's first call loads the unwinder and allocates: it must not be the handler's.
+  void* address;
+  backtrace(&address, 1);
+  find_vm();
+}
 
 int32_t process_setup(pce_call_record& record, uint16_t type, struct sigaction& action, ThreadRecord& thread) {
   pce_trace_line('D', "-> process_setup:");
   gl_procend = type;
   find_core_directory();
-  prepare_backtrace();
   memset(&action, 0, sizeof action);
   sigemptyset(&action.sa_mask);
   action.sa_flags = SA_SIGINFO;
@@ -53,6 +58,7 @@ int32_t process_setup(pce_call_record& record, uint16_t type, struct sigaction& 
       if (result != 0) result = std::max(result, reset_sigaction());
     }
   }
+  is_set_up = result == 0;
   if (result != 0) result = std::max(result, thd_unset(record, thread));
   pce_trace_line('D', "<- process_setup:");
   return result;
@@ -72,6 +78,7 @@ int32_t proc_unset(pce_call_record& record) {
     result = std::max(result, deregister_fn(record, gl_daemon_sock));
   }
   gl_procend = 0;
+  is_set_up = false;
   pce_trace_line('D', "<- proc_unset:");
   return result;
 }

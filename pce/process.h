@@ -1,4 +1,4 @@
-// The steps of the first set-up of a process and of its last unset. Under xtr_mutex_sem.
+// The steps of the first set-up of a process and of its last unset. Under xtr_mutex_sem, but for the first of them.
 #ifndef PLOV_PCE_PROCESS_H
 #define PLOV_PCE_PROCESS_H
 
@@ -8,6 +8,10 @@
 #include "pce/thread_record.h"
 
 namespace plov::pce {
+
+// What takes the loader's lock. Never under xtr_mutex_sem: a module's constructor, which is run under that lock, may
+// wait for a probe.
+void prepare_process_setup();
 
 // Puts the handler of the type into force, `action` telling how, and registers the process. What was done before a step
 // that fails is undone. 0, or the largest result.

@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "frame/event.h"
 #include "frame/trace_line.h"
 #include "pce/failure.h"
 #include "pce_wire.h"
@@ -22,17 +23,15 @@ pce_wire_header header_of(const void* message) {
   return header;
 }
 
-using Report = decltype(&pce_log_event);
-
 // A send that went in part. Messages 0x700 and 0x701 take the two sizes in their first line, the socket and the
 // message's name in their second.
 void report_short(pce_call_record& record, const char* function, uint32_t id, uint32_t size, uint32_t sent,
-                  int32_t socket, const char* name, Report event) {
+                  int32_t socket, const char* name, frame::EventCall event) {
   char* line1 = nullptr;
   char* line2 = nullptr;
   pce_lookup_err(&record, err_info.count, err_info.table, &line1, id, 1, size, sent);
   pce_lookup_err(&record, err_info.count, err_info.table, &line2, id, 2, static_cast<uint32_t>(socket), name);
-  event(&record, function, line1, line2, id);
+  frame::report_event(event, record, function, line1, line2, id);
 }
 
 }  // namespace
@@ -91,12 +90,14 @@ int32_t pce_send_a_msgv(pce_call_record& record, int32_t socket, const Piece* pi
     if (result != 0 || sent == pieces[i].length) continue;
     pce_trace_line('F', "   pce_send_a_msgv: Actual size %u != sent size %u", pieces[i].length, sent);
     fail(record, XPCE_SHORT_SEND, static_cast<uint32_t>(result));
-    report_short(record, "pce_send_a_msgv", XPCE_SHORT_SEND, pieces[i].length, sent, socket, name, pce_put_event);
+    if (record.crash == 0)
+      report_short(record, "pce_send_a_msgv", XPCE_SHORT_SEND, pieces[i].length, sent, socket, name, pce_put_event);
     result = kShortPiece;
   }
   if (total != header.length) {
     fail(record, XPCE_SHORT_TOTAL, static_cast<uint32_t>(result));
-    report_short(record, "pce_send_a_msgv", XPCE_SHORT_TOTAL, header.length, total, socket, name, pce_put_event);
+    if (record.crash == 0)
+      report_short(record, "pce_send_a_msgv", XPCE_SHORT_TOTAL, header.length, total, socket, name, pce_put_event);
     if (result == 0) result = kFailed;
   }
   pce_trace_line('D', "<- pce_send_a_msgv");

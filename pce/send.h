@@ -18,7 +18,8 @@ char* pce_msg_2_strg(uint32_t code, char* out);
 // is signal-safe, and otherwise a short send is also reported as an event.
 int32_t pce_send_a_msg(pce_call_record& record, int32_t socket, const void* message, uint32_t timeout);
 
-// The same for a message in pieces, the first of which begins with the header. A short piece ends it: 11.
+// The same for a message in pieces, the first of which begins with the header. A short piece ends it: 11. Its events
+// are of the lesser kind.
 struct Piece {
   const void* address;
   uint32_t length;

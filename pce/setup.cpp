@@ -36,16 +36,19 @@ bool set_up(pce_call_record& record, uint16_t type, struct sigaction& action) {
   xtr_trace("XPCE___F:    xpce_setup: count of active xpce_setup calls issued for this process is now %d",
             gl_set_count);
   xtr_trace("XPCE___F:              : count for this thread is %d", thread->set_count);
-  if (gl_set_count == 1) {
-    if (process_setup(record, type, action, *thread) != 0) {
-      --gl_set_count;
-      --thread->set_count;
-    }
-    return true;
+  const bool first = gl_set_count == 1;
+  int32_t result = 0;
+  if (first) {
+    result = process_setup(record, type, action, *thread);
+  } else {
+    xtr_trace("XPCE___F:    xpce_setup: Global signal handler already installed for this process.");
+    if (thread->set_count == 1) result = thd_setup(record, *thread, type, nullptr);
   }
-  xtr_trace("XPCE___F:    xpce_setup: Global signal handler already installed for this process.");
-  if (thread->set_count == 1 && thd_setup(record, *thread, type, nullptr) != 0) --thread->set_count;
-  return false;
+  if (result != 0) {
+    --gl_set_count;
+    --thread->set_count;
+  }
+  return first;
 }
 
 void trace_counts(const char* now, const ThreadRecord& thread) {
@@ -98,6 +101,7 @@ int32_t xpce_setup(uint16_t process_type, struct sigaction* new_action, struct s
     const struct sigaction cleared = {};
     bool filled = false;
     process_type = pce::chk_process_type(call.record(), process_type);
+    pce::prepare_process_setup();
     if (const frame::SharedMutex mutex(call.record()); mutex.held())
       filled = pce::set_up(call.record(), process_type, action);
     if (filled) {

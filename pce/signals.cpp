@@ -2,10 +2,12 @@
 
 #include <errno.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include "frame/crash_action.h"
 #include "frame/shared_mutex.h"
 #include "frame/trace_line.h"
+#include "pce/vm_signals.h"
 #include "xtr.h"
 
 namespace plov::pce {
@@ -27,6 +29,8 @@ Handled handled[] = {
     {SIGSEGV, "SIGSEGV", {}, false}, {SIGTERM, "SIGTERM", {}, false}, {SIGXCPU, "SIGXCPU", {}, false},
     {SIGXFSZ, "SIGXFSZ", {}, false},
 };
+
+void (*our_handler)(int, siginfo_t*, void*);
 
 Handled* find(int signal) {
   for (Handled& one : handled)
@@ -56,6 +60,7 @@ bool restore_and_raise(Handled& one, bool& locked) {
 int32_t setup_sigaction(pce_call_record&, const struct sigaction& action) {
   pce_trace_line('D', "-> setup_sigaction:");
   int32_t result = 0;
+  our_handler = action.sa_sigaction;
   for (Handled& one : handled) {
     result = frame::read_crash_action(one.signal, &one.old);
     if (result != 0) xtr_trace("XPCE___F: sigaction for %s returned an %d", one.name, result);
@@ -70,11 +75,24 @@ int32_t setup_sigaction(pce_call_record&, const struct sigaction& action) {
 int32_t reset_sigaction() {
   pce_trace_line('D', "-> reset_sigaction:");
   for (Handled& one : handled) {
-    if (one.installed) frame::write_crash_action(one.signal, &one.old);
+    struct sigaction current = {};
+    frame::read_crash_action(one.signal, &current);
+    // What a VM that has started meanwhile put in front of us is not ours to take away: it cannot live without.
+    const bool vms = !is_our_handler(current) && is_vms_handler(current);
+    if (one.installed && !vms) frame::write_crash_action(one.signal, &one.old);
     one.installed = false;
   }
   pce_trace_line('D', "<- reset_sigaction:");
   return 0;
+}
+
+bool is_our_handler(const struct sigaction& action) {
+  return action.sa_sigaction == our_handler;
+}
+
+bool displaces_handler(int signal) {
+  const Handled* const one = find(signal);
+  return one && one->installed && one->old.sa_handler != SIG_DFL;
 }
 
 int sig_pthd_mutex_req(pthread_mutex_t* mutex, uint32_t timeout, uint32_t id) {
@@ -113,6 +131,20 @@ void passSignalOn(int signal) {
   }
   if (locked) sig_pthd_mutex_rel(&xtr_mutex_sem, 0x750);
   xtr_trace("XPCE___F: <- passSignalOn");
+}
+
+void break_circle(int signal) {
+  Handled* const one = find(signal);
+  if (one && !one->installed) one->old = {};
+}
+
+void end_first_process(int signal, const siginfo_t* information) {
+  const Handled* const one = getpid() == 1 ? find(signal) : nullptr;
+  if (!one || one->old.sa_handler != SIG_DFL) return;
+  const bool can_be_fault = signal == SIGSEGV || signal == SIGBUS || signal == SIGFPE || signal == SIGILL;
+  if (can_be_fault && information && information->si_code > 0) return;
+  xtr_trace("XPCE___F:    end_first_process: About to exit with status %d", 128 + signal);
+  _exit(128 + signal);
 }
 
 }  // namespace plov::pce

@@ -16,19 +16,12 @@
 #include <thread>
 
 #include "pce.h"
+#include "support/crash.h"
 #include "support/doubles.h"
 #include "support/files.h"
-#include "support/pce_daemon.h"
 #include "xlog.h"
 #include "xpce.h"
 #include "xtr.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define PLOV_SANITIZED 1
-#else
-#define PLOV_SANITIZED 0
-#endif
-#define WAY_TO_DIE extern "C" __attribute__((noinline, no_sanitize("address", "thread", "undefined"))) void
 
 using namespace test;
 using testing::HasSubstr;
@@ -47,7 +40,6 @@ struct Told {
 Told& told =
     *static_cast<Told*>(mmap(nullptr, sizeof(Told), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 
-int* volatile nowhere = reinterpret_cast<int*>(0x10);
 bool counting_allocations;  // in the child
 bool faulty_collector;
 bool trace_is_gone;
@@ -89,11 +81,6 @@ void* malloc(size_t size) {
   return __libc_malloc(size);
 }
 #endif
-
-// Their names are looked for in the backtraces. The empty statements keep the calls from being jumps.
-WAY_TO_DIE writes_nowhere() {
-  *nowhere = 1;
-}
 
 void (*volatile no_function)();
 WAY_TO_DIE calls_null() {
@@ -138,16 +125,8 @@ void user_exit(int, siginfo_t*, void*) {
   ++told.exits[number];
 }
 
-struct sigaction new_action, old_action;
-
-// What every child does first.
-void prepare(uint16_t type) {
-  alarm(200);
-  const rlimit no_core = {};
-  setrlimit(RLIMIT_CORE, &no_core);
+void add_exits() {
   uint32_t comprc;
-  if (xpce_setup(type, &new_action, &old_action, &comprc) != 0) _exit(91);
-  xpce_set_user_tag("the tag", &comprc);
   for (auto exit : {user_exit<0>, user_exit<1>, user_exit<2>}) xpce_add_user_exit(exit, &comprc);
 }
 
@@ -170,28 +149,10 @@ class Crash : public testing::Test {
   Visit crash(Death death, uint16_t type = 0, PceDaemon::Manner manner = PceDaemon::kAnswers) {
     return PceDaemon(manner).serve_child([&] {
       prepare(type);
+      add_exits();
       death();
       return 92;
     });
-  }
-
-  // The one report of a child that ended by the signal, whole and true as far as all of them are.
-  Report whole(const Visit& visit, int signal, uint32_t report_id = 0x40A) {
-    EXPECT_EQ(visit.end, 1000 + signal);
-    EXPECT_EQ(visit.reports.size(), 1u);
-    if (visit.reports.size() != 1) return {};
-    const Report& report = visit.reports[0];
-    EXPECT_EQ(report.signal, signal);
-    EXPECT_EQ(report.report_id, report_id);
-    EXPECT_EQ(report.header.length, 113194u);
-    EXPECT_EQ(report.header.pid, visit.registrations.at(0).header.pid);
-    EXPECT_EQ(report.after("Exception Number: "), std::to_string(signal));
-    EXPECT_THAT(report.after("Program name is >"), HasSubstr("crash_test<"));
-    EXPECT_NE(report.after("EFLG:"), "");
-    EXPECT_EQ(visit.newest->process_trace_length, trace_is_gone ? 0u : 40960u);
-    EXPECT_EQ(visit.newest->thread_trace_length, 40960u);
-    EXPECT_THAT(visit.newest->thread_trace, HasSubstr("exception handler running with signal"));
-    return report;
   }
 
   // Since the last look.
@@ -372,7 +333,9 @@ TEST_F(Crash, OfASecondThreadWaitsForTheFirst) {
 
 TEST_F(Crash, EndsTheProcessWhateverTheDaemonDoes) {
   trace_is_gone = true;
-  whole(crash(writes_nowhere, 0, PceDaemon::kSlow), SIGSEGV);
+  const Visit slow = crash(writes_nowhere, 0, PceDaemon::kSlow);
+  EXPECT_EQ(slow.end, 1000 + SIGSEGV);
+  report_of(slow, SIGSEGV, 0x40A, 0);
   trace_is_gone = false;
   const Visit visit = crash(writes_nowhere, 0, PceDaemon::kHangsUpInsideTheReport);
   EXPECT_EQ(visit.end, 1000 + SIGSEGV);

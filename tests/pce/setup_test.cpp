@@ -12,6 +12,7 @@
 
 #include "pce.h"
 #include "support/codes.h"
+#include "support/doubles.h"
 #include "support/log_calls.h"
 #include "support/pce_daemon.h"
 #include "support/traced.h"
@@ -21,6 +22,19 @@
 using namespace test;
 using testing::ElementsAre;
 using testing::HasSubstr;
+
+namespace {
+
+bool no_alternate_stack;
+
+}  // namespace
+
+int32_t pce_sig_alt_stack(pce_call_record* record, const stack_t* stack) {
+  if (!no_alternate_stack) return REAL(pce_sig_alt_stack)(record, stack);
+  record->comprc = ENOMEM;
+  record->sysrc = 8;
+  return ENOMEM;
+}
 
 namespace {
 
@@ -114,7 +128,7 @@ TEST(Setup, OfAnUnknownTypeIsRefusedAndHoldsAllTheSame) {
 }
 
 TEST(Setup, WithoutADaemonUndoesAll) {
-  PceDaemon();  // gone again
+  { const PceDaemon gone; }
   EXPECT_EQ(in_child([] {
               signal(SIGSEGV, SIG_DFL);
               EXPECT_EQ(set_up(), Codes(8, XPCE_NOT_REGISTERED));
@@ -173,6 +187,32 @@ TEST(Setup, EachThreadHasACountAndAStackOfItsOwn) {
     EXPECT_EQ(gl_daemon_sock, -1);
   });
   EXPECT_THAT(visit.codes, ElementsAre(SMSG_REGISTER_REQ, SMSG_DEREGISTER_REQ, SMSG_REGISTER_REQ, SMSG_DEREGISTER_REQ));
+}
+
+TEST(Setup, ThatFailsInASecondThreadCountsNowhere) {
+  served([] {
+    EXPECT_EQ(set_up(), Codes(0, 0));
+    std::thread([] {
+      no_alternate_stack = true;
+      EXPECT_EQ(set_up(), Codes(8, ENOMEM));
+      no_alternate_stack = false;
+      EXPECT_EQ(unset(), Codes(2, XPCE_NO_THREAD_SETUP));
+    }).join();
+    EXPECT_EQ(unset(), Codes(0, 0));
+    EXPECT_EQ(current(SIGSEGV).sa_handler, SIG_DFL) << "it was the last one";
+  });
+}
+
+TEST(Setup, EventsWaitForTheLogLock) {
+  { const PceDaemon gone; }
+  uint32_t comprc;
+  const size_t before = read_all().size();
+  ASSERT_EQ(xlog_access_sem(XLOG_SEM_LOCK, &comprc), 0);
+  EXPECT_EQ(set_up(), Codes(8, XPCE_NOT_REGISTERED));
+  EXPECT_EQ(read_all().size(), before);
+  ASSERT_EQ(xlog_access_sem(XLOG_SEM_UNLOCK, &comprc), 0);
+  ASSERT_EQ(read_all().size(), before + 1);
+  EXPECT_THAT(newest_event(), HasSubstr("(713) Unable to send registration request to"));
 }
 
 TEST(Setup, HundredsOfThreadsLeaveTheCountsRight) {

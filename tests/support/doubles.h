@@ -4,9 +4,11 @@
 
 #include <dlfcn.h>
 
-// The function behind the double, and the one that is called with 64-bit offsets on either word size.
+// The function behind the double, and the one that is called with 64-bit offsets, or times, on either word size.
 #define REAL(function) reinterpret_cast<decltype(&function)>(dlsym(RTLD_NEXT, #function))
 #define REAL64(function) \
   reinterpret_cast<decltype(&function)>(dlsym(RTLD_NEXT, sizeof(void*) == 4 ? #function "64" : #function))
+#define REAL_TIME(function) \
+  reinterpret_cast<decltype(&function)>(dlsym(RTLD_NEXT, sizeof(void*) == 4 ? "__" #function "64" : #function))
 
 #endif

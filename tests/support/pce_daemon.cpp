@@ -90,7 +90,8 @@ Visit PceDaemon::serve(pid_t child) {
   std::vector<Peer> peers;
   for (bool alive = true;;) {
     std::vector<pollfd> entries = {{listener_, POLLIN, 0}, {alive ? child_end : -1, POLLIN, 0}};
-    for (const Peer& peer : peers) entries.push_back({peer.socket, POLLIN, 0});
+    const bool later = manner_ == kReadsLater && alive && !visit.registrations.empty();
+    for (const Peer& peer : peers) entries.push_back({later ? -1 : peer.socket, POLLIN, 0});
     const int ready = poll(entries.data(), entries.size(), alive || !peers.empty() ? -1 : 0);
     if (ready <= 0 && !alive && peers.empty()) break;
     if (entries[1].revents != 0) alive = false;

@@ -38,13 +38,15 @@ struct Visit {
 
 class PceDaemon {
  public:
-  enum Manner { kAnswers, kSlow, kHangsUpInsideTheReport, kLeavesUnanswered };
+  enum Manner { kAnswers, kSlow, kHangsUpInsideTheReport, kLeavesUnanswered, kReadsLater };
 
   // Listens in the working directory and makes that the platform's temporary directory.
   explicit PceDaemon(Manner manner = kAnswers);
   ~PceDaemon();
   PceDaemon(const PceDaemon&) = delete;
   PceDaemon& operator=(const PceDaemon&) = delete;
+
+  static void make_plain();  // the signals' actions in a child, which a sanitizer has changed
 
   // Serves until the child has ended and all that it and its own children have sent is read.
   Visit serve(pid_t child);
@@ -61,7 +63,6 @@ class PceDaemon {
     int socket;
     std::string bytes;
   };
-  static void make_plain();
   bool take_messages(Peer& peer, Visit& visit);
   bool read_from(Peer& peer, Visit& visit);
 

@@ -52,6 +52,19 @@ public class Calls {
         return caught;
     }
 
+    private static int deep(int depth) {
+        return deep(depth + 1) + 1;
+    }
+
+    /** The end of the stack, which the VM finds by a fault too. */
+    static int overflow(int depth) {
+        try {
+            return deep(depth);
+        } catch (StackOverflowError e) {
+            return 77;
+        }
+    }
+
     private static String call(String name, Object... arguments) {
         try {
             return "result " + NativeFunction.call(name, arguments);
