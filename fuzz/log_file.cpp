@@ -73,6 +73,8 @@ void change(const uint8_t* data, size_t size, int32_t (*call)(Request*, uint32_t
   require(sysrc == 0 || sysrc == 8);
   uint8_t header[XLOG_FILE_HEADER_SIZE];
   if (size < sizeof header || sysrc != 0) return;
+  // But an interrupted prune is completed first.
+  if ((data[offsetof(xlog_file_header, file_flags)] & XLOG_FILE_PRUNE_IN_PROGRESS) != 0) return;
   require(pread(file, header, sizeof header, 0) == static_cast<ssize_t>(sizeof header));
   require(memcmp(header, data, sizeof header) == 0);
 }

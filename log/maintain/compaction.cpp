@@ -95,6 +95,9 @@ bool Compaction::find_start(uint32_t* start) {
     xtr_trace("XLOG   D: reading log header CC");
     if (!load(offset, &info, XLOG_ERR_ROOM_START_SEEK, XLOG_ERR_ROOM_NO_LENGTH)) return false;
     if (info.log_flags == XLOG_LOG_DELETED) break;
+    // The end is what the newest log says it is: what stays must be there, or the finished file would pass its memory.
+    if (offset + uint64_t{info.total_log_size} > file_.size())
+      return failed(err_, XLOG_ERR_ROOM_START_SHORT, file_.size() - offset);
     enter(info.eventid.classes, offset);
   }
   *start = offset;

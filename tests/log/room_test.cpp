@@ -184,6 +184,11 @@ TEST(Room, DamageHasItsCodeAndIsSavedUnmoved) {
   write_file(kLog, broken_off.bytes());
   EXPECT_EQ(read_all().size(), 102u) << "and the event that tells of it";
   EXPECT_EQ(check_log(kLog), 0);
+  // Or says that it ends where there is nothing any more.
+  xlog_log_info& newest = broken_off.info(broken_off.header.last_log_offset);
+  newest.total_log_size = 0x70000000;
+  write_file(kLog, broken_off.bytes());
+  EXPECT_EQ(record({}), std::make_pair(8, 0x4507u));
   broken_off.header.last_log_offset = 0x7FFFFF00;
   write_file(kLog, broken_off.bytes());
   EXPECT_EQ(record({}), std::make_pair(8, 0x4511u));
