@@ -118,6 +118,24 @@ TEST_F(Bridge, NeitherStartsUnderTheProbesMutexNorServesAForkedChild) {
   EXPECT_EQ(test::in_child([] { return every_call() == std::vector<int32_t>(18, XNB_NO_VM) ? 0 : 1; }), 0);
 }
 
+// Nor when the VM is the program's own, visible to itself alone, and no call has met it before the fork.
+TEST_F(Bridge, ServesAVmOfTheProgramsOwnAndNoChildForkedFromIt) {
+  void* const library = dlopen(kVm, RTLD_NOW);
+  const auto create = reinterpret_cast<decltype(&JNI_CreateJavaVM)>(dlsym(library, "JNI_CreateJavaVM"));
+  std::string class_path = "-Djava.class.path=" + std::string(kClassPath);
+  JavaVMOption option = {class_path.data(), nullptr};
+  JavaVMInitArgs arguments = {JNI_VERSION_1_8, 1, &option, JNI_FALSE};
+  JavaVM* vm;
+  void* env;
+  ASSERT_EQ(create(&vm, &env, &arguments), JNI_OK);
+  EXPECT_EQ(test::in_child([] {
+              alarm(10);  // the VM's threads are the parent's: a call may wait for them
+              return every_call() == std::vector<int32_t>(18, XNB_NO_VM) ? 0 : 1;
+            }),
+            0);
+  EXPECT_EQ(through_java("x"), "x");
+}
+
 TEST_F(Bridge, HandsOverEveryTypeOfArgument) {
   xnb_object array = nullptr, text = nullptr;
   ASSERT_EQ(xnbCreateNamedStringFromUTF8("NAME", "first", 5), 0);

@@ -76,13 +76,17 @@ JavaVM* created_vm(FindVms find) {
   return find && find(&vm, 1, &count) == JNI_OK && count > 0 ? vm : nullptr;
 }
 
+// A VM that came without the bridge's help may not have been met by any call yet; the child could not tell whose it is.
+void before_fork() {
+  find_library();
+}
+
 void after_fork_in_child() {
   if (created_vm(find_vms.load(std::memory_order_relaxed))) vm_of_a_parent = true;
 }
 
 __attribute__((constructor)) void prepare() {
-  find_library();  // a process that Java started is known at once, so that a child forked from it is too
-  pthread_atfork(nullptr, nullptr, after_fork_in_child);
+  pthread_atfork(before_fork, nullptr, after_fork_in_child);
 }
 
 // "-Djava.library.path=" and the directory that this library lies in: Java's side of the bridge loads it by name.
