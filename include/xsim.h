@@ -6,8 +6,9 @@
  * side: xsim_read and xsim_write pass them on through the native bridge, on the caller's thread and without the map's
  * semaphore; the other functions do not know them.
  *
- * Results. From xsim_read and xsim_write: 0, 1 or 2. From the others: 1 for an unusable `comprc`, what xsim_init gave
- * when the map could not be loaded, and 0 in every other case, failures too: test `*comprc`.
+ * Results. From xsim_read and xsim_write: 0, 1 for an unusable `comprc`, or 2. From the others: 1 as there, and 0 in
+ * every other case, failures too: test `*comprc`. From all but xsim_read also what xsim_init gave, when the map could
+ * not be had.
  *
  * The first process that calls loads the map from its files; every later one only attaches. A process that comes while
  * another one loads meets XSIM_NOT_LOADED. One operation at a time runs on the whole map, of all processes; the

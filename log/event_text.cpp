@@ -14,9 +14,12 @@ char name_of_name[] = "EVENTNAME";
 using frame::bridge_status;
 using frame::JavaReference;
 
+// Every call here answers by the status protocol: a console's own bridge may have more to fetch of any of them.
+
 bool create_log(const EventCopy& event, JavaReference* log) {
   JavaReference name;
-  int32_t rc = xnbCreateNamedStringFromUTF8(name_of_name, event.name, static_cast<uint32_t>(strlen(event.name)));
+  int32_t rc =
+      bridge_status(xnbCreateNamedStringFromUTF8(name_of_name, event.name, static_cast<uint32_t>(strlen(event.name))));
   xtr_trace("XLOG   F: After xnbCreateNamedStringFromUTF8 (event_name = %s), rc = %d", event.name, rc);
   if (rc != 0) return false;
   name.object = name_of_name;  // a string with a name is released by it
@@ -35,12 +38,12 @@ bool add_block(const JavaReference& log, const EventBlock& block) {
   int32_t rc = bridge_status(xnbCreateArrayI("B", block.size, &array.object));
   xtr_trace("XLOG   F: After creating byte array, rc = %d", rc);
   if (rc != 0) return false;
-  rc = xnbSetByteArrayElements(array.object, 0, block.size, block.data());
+  rc = bridge_status(xnbSetByteArrayElements(array.object, 0, block.size, block.data()));
   xtr_trace("XLOG   F: After setting byte array, rc = %d", rc);
   if (rc != 0) return false;
   const xnb_object none = nullptr;
-  rc = xnbCallVoidMethod("add", "Ljava.lang.Object;BLcom.zanth.vemra.fw.util.ObjectDumperAttributes;", log.object,
-                         array.object, int{block.id}, none);
+  rc = bridge_status(xnbCallVoidMethod("add", "Ljava.lang.Object;BLcom.zanth.vemra.fw.util.ObjectDumperAttributes;",
+                                       log.object, array.object, int{block.id}, none));
   xtr_trace("XLOG   F: After calling add for block %d, rc = %d", block.id, rc);
   return rc == 0;
 }
@@ -58,7 +61,7 @@ bool event_text(const JavaReference& log, EventText* text) {
   xtr_trace("XLOG   F: After xnbCallObjectMethod (toString), rc = %d", rc);
   if (rc != 0) return false;
   uint32_t length = 0;
-  rc = xnbGetStringAsUTF8(string.object, &text->text, &length);
+  rc = bridge_status(xnbGetStringAsUTF8(string.object, &text->text, &length));
   xtr_trace("XLOG   F: After xnbGetStringAsUTF8, rc = %d", rc);
   if (rc != 0 || !text->text) return false;
   xtr_trace("XLOG   F: Event Text = %s", text->text);

@@ -94,11 +94,11 @@ uint32_t size_of(uint32_t id) {
   int32_t result = header_attached() ? 0 : init(&code);
   if (result != 0) return 0;
   Field field(id);
-  code = field.find();
-  if (code == 0) code = field.take();
-  if (code == 0) return field.initialized() ? field.size() : 0;
-  xtr_trace("XSIM   F: sim_check returned error rc - %d, ret - %d", code, frame::kRefused);
-  return 0;
+  if ((code = field.find()) != 0) {
+    xtr_trace("XSIM   F: sim_check returned error rc - %d, ret - %d", code, frame::kRefused);
+    return 0;
+  }
+  return field.take() == 0 && field.initialized() ? field.size() : 0;
 }
 
 }  // namespace

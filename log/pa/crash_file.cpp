@@ -85,20 +85,25 @@ bool prepare_directory(frame::Call& call, const char* directory) {
   return call.refuse(XP11_CRASH_DIRECTORY);
 }
 
+// False when the path is too long.
+bool build_path(const char* directory, uint32_t return_code, xlog_timestamp time, char (&path)[kPathSize]) {
+  char name[kCrashNameSize];
+  crash_file_name(name, return_code, time);
+  const bool whole = fits(snprintf(path, sizeof path, "%s%s", directory, name), sizeof path);
+  xtr_trace("XP11PA F: file path is %s", path);
+  xtr_trace("XP11PA F: file name is %s", name);
+  return whole;
+}
+
 // Never through a link and never over another event's file: what has the name already is passed over.
 FILE* create(const char* directory, uint32_t return_code, xlog_timestamp time, char (&path)[kPathSize]) {
-  FILE* file = nullptr;
-  for (int i = 0; i < kNames; ++i, time = next(time)) {
-    char name[kCrashNameSize];
-    crash_file_name(name, return_code, time);
-    if (!fits(snprintf(path, sizeof path, "%s%s", directory, name), sizeof path)) return nullptr;
-    xtr_trace("XP11PA F: file path is %s", path);
-    xtr_trace("XP11PA F: file name is %s", name);
+  for (int i = 1;; ++i) {
     xtr_trace("XP11PA F: create the file");
-    file = fopen(path, "wxe");
-    if (file || errno != EEXIST) break;
+    FILE* const file = fopen(path, "wxe");
+    if (file || errno != EEXIST || i == kNames) return file;
+    time = next(time);
+    build_path(directory, return_code, time, path);
   }
-  return file;
 }
 
 void write_and_close(frame::Call& call, FILE* file, const char* path, const xlog_crash_file& content) {
@@ -147,8 +152,9 @@ void write_crash_file(frame::Call& call, const xlog_event_identity& event, uint3
     call.refuse(XP11_CRASH_DIRECTORY);
     return;
   }
+  const bool whole = build_path(directory, return_code, now, path);
   if (!prepare_directory(call, directory)) return;
-  FILE* const file = create(directory, return_code, now, path);
+  FILE* const file = whole ? create(directory, return_code, now, path) : nullptr;
   if (file)
     write_and_close(call, file, path, crash_file_content(event));
   else

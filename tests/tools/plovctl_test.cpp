@@ -263,15 +263,15 @@ TEST(Plovctl, LaysOutAConsoleDirectoryThatWorks) {
 TEST(Plovctl, BuildsReadsAndChangesTheMap) {
   test::write_file("map.txt",
                    "5 4 data 0x01020304 # a number\n6 8 persistent \"a # \\\"b\\x00\"\r\n7 3 permanent hex:00ffee\n"
-                   "\n  # nothing\n8 300 zero\n4001 2 data 7\n");
+                   "\n  # nothing\n8 300 zero\n3999 2 zero\n4000 2 data 7\n");
   ASSERT_EQ(plovctl("sim build map.txt --out " + test::console_path() + "config").exit, 0);
   EXPECT_THAT(plovctl("sim list").out,
               AllOf(HasSubstr("5     4      data                16909060\n6     8      persistent          "),
                     HasSubstr("7     3      permanent           hex:00ffee\n8     300    zero                hex:0000"),
-                    HasSubstr("00\n4001  2      data                7\n")));
+                    HasSubstr("00\n3999  2      zero                0\n4000  2      data                7\n")));
   EXPECT_EQ(plovctl("sim list --json --as text").objects()[1]["value"], R"("a # \"b")");
   EXPECT_EQ(plovctl("sim get 7").out, "hex:00ffee\n");
-  EXPECT_EQ(plovctl("sim get 4001 --as hex").out, "hex:0700\n");
+  EXPECT_EQ(plovctl("sim get 4000 --as hex").out, "hex:0700\n");
   EXPECT_EQ(plovctl("sim size 8 --json").objects()[0]["size"], 300);
   EXPECT_EQ(plovctl("sim set 6 '\"changed\"'").exit, 0);
   EXPECT_EQ(test::read_file(test::console_path() + "config/ywkzspr.dat"),
@@ -282,7 +282,7 @@ TEST(Plovctl, BuildsReadsAndChangesTheMap) {
   EXPECT_EQ(plovctl("sim get 5").out, "16909060  (locked)\n");
   EXPECT_EQ(plovctl("sim set 5 9 --override").exit, 0);
   EXPECT_EQ(plovctl("sim unlock 5").exit, 1);
-  EXPECT_THAT(plovctl("sim get 10").out, HasSubstr("comprc 23"));
+  EXPECT_THAT(plovctl("sim get 9999").out, HasSubstr("comprc 23"));
   EXPECT_EQ(plovctl("sim set 5 0x100000000").exit, 2);
 
   const std::pair<const char*, const char*> mistakes[] = {
@@ -306,6 +306,7 @@ TEST(Plovctl, BuildsReadsAndChangesTheMap) {
 TEST(Plovctl, SaysWhatWentWrongAndEndsAccordingly) {
   const std::tuple<const char*, int, const char*> cases[] = {
       {"", 2, "subcommand"},
+      {"sim build /", 1, "/: Is a directory"},
       {"show --since whenever", 2, "--since \"whenever\""},
       {"show --timeout 3", 2, "--follow"},
       {"record --class 256 --type 1", 2, "from 0 to 0xFF"},

@@ -3,10 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -27,28 +26,35 @@ struct Options {
   bool override_lock = false;
 };
 
+// No field is larger, whatever its size becomes between two calls.
+constexpr uint32_t kLargestValue = 0x10000;
+constexpr size_t kLargestSource = 16 << 20;  // far more than what fits into the files it makes
+constexpr uint32_t kMostSlots = XSIM_FILE_LIMIT / sizeof(xsim_entry);
+
 std::string named(uint32_t id) {
   return "field " + std::to_string(id);
-}
-
-[[noreturn]] void failed(const char* call, uint32_t id, int32_t sysrc, uint32_t comprc) {
-  throw CallFailure(call, named(id), Family::xsim, sysrc, comprc);
 }
 
 bool java_served(uint32_t id) {
   return id >= XSIM_FIRST_JAVA_ID && id <= XSIM_LAST_JAVA_ID;
 }
 
+// The reason of a Java-served field may be the bridge's.
+[[noreturn]] void failed(const char* call, uint32_t id, int32_t sysrc, uint32_t comprc) {
+  const bool bridge = java_served(id) && !find_codes(Family::xnb, comprc).empty();
+  throw CallFailure(call, named(id), bridge ? Family::xnb : Family::xsim, sysrc, comprc);
+}
+
 uint32_t size_of(uint32_t id) {
   return java_served(id) ? static_cast<uint32_t>(xsim_java_size(static_cast<int32_t>(id))) : xsim_size(id);
 }
 
-// A size of 0 has a reason that only reading tells.
+// A size of 0 has a reason that only reading tells. Meanwhile the field may have got a size: there is room for any.
 uint32_t known_size(uint32_t id) {
   if (const uint32_t size = size_of(id); size != 0) return size;
-  uint8_t nothing[1];
+  std::string room(kLargestValue, '\0');
   uint32_t comprc = 0;
-  const int32_t sysrc = xsim_read(id, nothing, &comprc);
+  const int32_t sysrc = xsim_read(id, room.data(), &comprc);
   failed("xsim_read", id, sysrc, sysrc == 0 ? XSIM_NOT_INITIALIZED : comprc);
 }
 
@@ -58,9 +64,11 @@ struct Value {
 };
 
 Value read(uint32_t id) {
-  Value value = {std::string(known_size(id), '\0'), false};
+  const uint32_t size = known_size(id);
+  Value value = {std::string(std::max(size, kLargestValue), '\0'), false};
   uint32_t comprc = 0;
   const int32_t sysrc = xsim_read(id, value.bytes.data(), &comprc);
+  value.bytes.resize(size);
   value.locked = sysrc != 0 && comprc == XSIM_FIELD_LOCKED && !java_served(id);
   if (sysrc != 0 && !value.locked) failed("xsim_read", id, sysrc, comprc);
   return value;
@@ -96,8 +104,10 @@ void list(const Options& options, const Session& session) {
     const uint32_t first = pass == XSIM_QUEN ? XSIM_FIRST_QUEN_ID : 1;
     if (pass == XSIM_QUEN) xsim_size(first);
     if (pXsim_ptr->pass[pass].loaded == 0 || !SIM_array[pass]) continue;
+    // The count is in memory that anybody may write, and one more than the first array's ids at their most.
+    const uint32_t last = pass == XSIM_QUEN ? first + kMostSlots : XSIM_FIRST_QUEN_ID - 1;
     const int32_t count = pXsim_ptr->pass[pass].field_count;
-    for (uint32_t slot = 0; count > 0 && slot < static_cast<uint32_t>(count); ++slot) {
+    for (uint32_t slot = 0; count > 0 && slot < static_cast<uint32_t>(count) && first + slot <= last; ++slot) {
       const uint32_t id = first + slot;
       if (java_served(id) || xsim_size(id) == 0) continue;
       list_field(id, static_cast<const xsim_entry*>(SIM_array[pass])[slot].flags, options, session);
@@ -159,10 +169,9 @@ void replace_file(const std::string& path, const std::string& bytes) {
 }
 
 void build(const Options& options, const Session& session) {
-  std::ifstream in(given_path(options.source), std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(in), {}};
-  if (!in.is_open() || in.bad()) throw Failure(options.source + ": " + strerror(errno));
-  const MapFiles made = build_map(text);
+  const std::vector<uint8_t> text =
+      read_to_end(Descriptor(given_path(options.source)).number, options.source, kLargestSource);
+  const MapFiles made = build_map({reinterpret_cast<const char*>(text.data()), text.size()});
   if (!made.error.empty()) throw Failure(options.source + ", " + made.error);
   for (const auto& [name, bytes] : made.files) {
     const std::string path = given_path(options.directory) + "/" + name;
