@@ -1,6 +1,6 @@
 // The map's files: arbitrary bytes as data file, permanent file, list of Java-served fields, and as the readable
-// source. Nothing is read or written outside, every entry's value lies in the area, and what the source makes a loader
-// takes.
+// source. Nothing is read or written outside, array and area become what the straightforward reading below finds, and
+// what the source makes a loader takes.
 //
 // Input: one byte for the pass, two bytes of length of the data file, the data file, the rest.
 #include <stdio.h>
@@ -12,6 +12,7 @@
 #include "sim/data_file.h"
 #include "sim/size_file.h"
 #include "tools/plovctl/map_source.h"
+#include "xsim.h"
 
 using namespace plov;
 
@@ -19,18 +20,75 @@ namespace {
 
 using sim::Bytes;
 
+std::string text_of(Bytes bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+int word(const std::string& file, size_t at) {
+  return static_cast<int16_t>(static_cast<uint8_t>(file[at]) | static_cast<uint8_t>(file[at + 1]) << 8);
+}
+
+struct Map {
+  std::vector<xsim_entry> array;
+  std::string area;
+};
+
+// Record by record, values as strings.
+uint32_t read_by_record(int pass, const std::string& data, std::string permanent, size_t slots, size_t room, Map* map) {
+  map->array.resize(slots);
+  permanent.resize(permanent.size() + 0x20000);  // what it does not have is zero
+  size_t kept = 2;
+  for (size_t at = 6; at < data.size();) {
+    if (data.size() - at < 5) return XSIM_READ_FAILED;
+    const int slot = word(data, at) - (pass == XSIM_QUEN ? 4000 : 1), size = word(data, at + 2);
+    if (slot < 0 || static_cast<size_t>(slot) >= slots) return XSIM_TOO_MANY_FIELDS;
+    if (size < 0) return XSIM_TOO_MUCH_DATA;
+    const auto length = static_cast<size_t>(size);
+    const uint8_t type = static_cast<uint8_t>(data[at + 4]) & 0x1F;
+    xsim_entry& entry = map->array[static_cast<size_t>(slot)];
+    entry.size = static_cast<uint32_t>(size);
+    entry.flags = static_cast<uint8_t>((entry.flags & 1) | type << 2);
+    if (size == 0) {
+      at += 4;
+      continue;
+    }
+    at += 5;
+    if (map->area.size() + length > room) return XSIM_TOO_MUCH_DATA;
+    entry.flags |= 1;
+    entry.offset = static_cast<uint32_t>(map->area.size());
+    std::string value(length, '\0');
+    if ((type & 7) == 1) {
+      if (at + length > data.size()) return XSIM_READ_FAILED;
+      value = data.substr(at, length);
+      at += length;
+    } else if ((type & 7) == 2) {
+      entry.permanent_offset = static_cast<uint32_t>(kept + 4);
+      if (kept + 4 < permanent.size()) value = permanent.substr(kept + 4, length);
+      value.resize(length);
+      kept += 4 + length;
+    }
+    map->area += value;
+  }
+  map->area.resize(room);
+  return 0;
+}
+
 // Loads as a first process does, into memory of exactly the segments' sizes. False when the loader would refuse.
 bool load(int pass, Bytes data, Bytes permanent) {
   sim::PassSizes sizes;
   if (!sim::read_head(pass, data, &sizes) || sizes.too_many_fields() || sizes.too_much_data()) return false;
+  const int highest = word(text_of(data), 2);
+  require(sizes.field_count == (pass == XSIM_QUEN ? highest - 3998 : highest + 1));
   std::vector<xsim_entry> array(sizes.array_segment() / sizeof(xsim_entry));
   const auto area = std::make_unique<uint8_t[]>(sizes.data_segment());
   const uint32_t code = sim::walk_records(pass, data, permanent, array, {area.get(), sizes.data_segment()});
-  for (const xsim_entry& entry : array) {
-    if ((entry.flags & XSIM_INITIALIZED) == 0 || code != 0) continue;
-    require(uint64_t{entry.offset} + entry.size <= sizes.data_segment() || entry.size == 0);
-  }
-  return code == 0;
+  Map expected;
+  require(code ==
+          read_by_record(pass, text_of(data), text_of(permanent), array.size(), sizes.data_segment(), &expected));
+  if (code != 0) return false;
+  require(memcmp(array.data(), expected.array.data(), array.size() * sizeof(xsim_entry)) == 0);
+  require(memcmp(area.get(), expected.area.data(), expected.area.size()) == 0);
+  return true;
 }
 
 // The list of sizes, line by line through scanf, for numbers that fit.
