@@ -14,6 +14,7 @@
 
 #include "plovmemdebug.h"
 #include "support/child.h"
+#include "support/sanitized.h"
 #include "support/traced.h"
 
 namespace {
@@ -159,7 +160,7 @@ TEST(DebugAllocator, ThreadsAndAListerMayMeet) {
     threads.emplace_back([seed] {
       std::mt19937 random(seed);
       std::vector<std::pair<unsigned char*, size_t>> blocks(100);
-      for (int i = 0; i < 20000; ++i) {
+      for (int i = 0; i < 20000; i += test::kStep) {
         auto& [block, size] = blocks[random() % blocks.size()];
         for (size_t at = 0; at < size; at += 97) ASSERT_EQ(block[at], seed);
         if (random() % 4 == 0) {

@@ -14,6 +14,7 @@
 #include "support/files.h"
 #include "support/full_log.h"
 #include "support/log_calls.h"
+#include "support/sanitized.h"
 #include "support/worker.h"
 
 using namespace test;
@@ -81,9 +82,7 @@ bool holds(const std::set<std::string>& all, const std::set<std::string>& some) 
 class OutsideKill : public testing::Test {
  protected:
   void SetUp() override {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the sanitizers' own tracing and a tracer exclude each other";
-#endif
+    if (PLOV_SANITIZED) GTEST_SKIP() << "the sanitizers' own tracing and a tracer exclude each other";
     if (run("strace -f -qq -o /dev/null -e trace=write true") != 0)
       GTEST_SKIP() << "nothing can be traced on this machine: strace is missing, or ptrace is refused";
     configure_full_log();

@@ -13,13 +13,8 @@
 #include <string>
 
 #include "support/pce_daemon.h"
+#include "support/sanitized.h"
 #include "xpce.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define PLOV_SANITIZED 1
-#else
-#define PLOV_SANITIZED 0
-#endif
 
 // Their names are looked for in the backtraces. Statements behind the last call keep it from being a jump.
 #define WAY_TO_DIE extern "C" __attribute__((noinline, no_sanitize("address", "thread", "undefined"))) inline void
